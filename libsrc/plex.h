@@ -1,0 +1,22 @@
+// The one header that a program built on the library includes.
+#pragma once
+
+#include "libsrc/catastro/catastro.h"
+#include "libsrc/common/color.h"
+#include "libsrc/common/memory.h"
+#include "libsrc/common/text.h"
+#include "libunix/common/tmpfil.h"
+#include "libunix/common/wildcard.h"
+#include "libunix/console/trm.h"
+#include "libunix/plumbing/csfd.h"
+#include "libunix/plumbing/prsstr.h"
+#include "libunix/plumbing/pty.h"
+#include "libunix/plumbing/svr4fd.h"
+#include "libunix/runtime/config.h"
+#include "libunix/runtime/files.h"
+#include "libunix/runtime/lock.h"
+#include "libunix/runtime/log.h"
+#include "libunix/runtime/process.h"
+#include "libunix/runtime/text.h"
+#include "libunix/runtime/tiles.h"
+#include "libunix/screen/screen.h"

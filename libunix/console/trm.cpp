@@ -1,0 +1,107 @@
+#include "libunix/console/trm.h"
+
+#include "libsrc/common/text.h"
+#include "libunix/runtime/config.h"
+#include "libunix/runtime/log.h"
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+namespace plex {
+
+int32_t dsptyp;
+const char *xapnam;
+int32_t lastscan = 1;
+
+namespace {
+
+const trmhdl *trm; // the chosen method's table
+
+struct method {
+    int32_t bit;
+    const trmhdl *table;
+};
+
+// In the order in which their bits are tested: of a combined value the first one is taken.
+constexpr std::array methods = {
+    method{DSP_REMOTE, &rx11trm},
+    method{DSP_X11, &dx11trm},
+    method{DSP_NULL, &nultrm},
+    method{DSP_SYSCON, &unxwretrm},
+};
+
+// A window, for the host itself through the viewer.
+int32_t window(const char *name) {
+    return name != nullptr && sameas(name, "plexhost") != 0 ? DSP_REMOTE : DSP_X11;
+}
+
+int32_t choose(const char *name) {
+    xapnam = getoption("BBSDISP");
+    if (xapnam == nullptr) {
+        return window(name);
+    }
+    if (sameas(xapnam, "nullcon") != 0) {
+        return DSP_NULL;
+    }
+    if (sameas(xapnam, "xwindow") != 0) {
+        return window(name);
+    }
+    if (sameas(xapnam, "unixcon") != 0) {
+        return DSP_SYSCON;
+    }
+    return dsptyp; // any other word names no method, which inittrm says
+}
+
+} // namespace
+
+void inittrm() {
+    for (const method &m : methods) {
+        if ((dsptyp & m.bit) != 0) {
+            trm = m.table;
+            return;
+        }
+    }
+    inform("FATAL ERROR: screen/keyboard method not specified!\n");
+    exit(1);
+}
+
+void opntrm(int32_t type, const char *name) {
+    dsptyp = type != 0 ? type : choose(name);
+    inittrm();
+    xapnam = name;
+    if (trm->trmopn() == -1) {
+        fputs("Display open failed. Exiting.\n", stderr);
+        exit(1);
+    }
+}
+
+void clstrm() {
+    trm->trmcls();
+}
+
+int32_t getchc() {
+    return trm->trminp();
+}
+
+int32_t getch() {
+    return getchc();
+}
+
+int32_t kbhit() {
+    return trm->trmhit();
+}
+
+void updtrm(int32_t force) {
+    trm->trmupd(force);
+}
+
+void trmbel(int32_t pitch) {
+    trm->trmbel(pitch);
+}
+
+int32_t lascan() {
+    return lastscan;
+}
+
+} // namespace plex

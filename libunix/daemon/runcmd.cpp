@@ -1,0 +1,94 @@
+// SIGCHLD is blocked from before the fork until the record, the reply and the descriptor are out:
+// the end of a command can neither be missed nor be told before its start.
+//
+// SIGTERM and SIGINT are held back around the fork alone. Their handler takes the daemon down, and
+// the new process has it too until it executes its command: a kill request that follows at once
+// would make the child remove the daemon's files and end its neighbours' commands.
+
+#include "libunix/daemon/runcmd.h"
+
+#include "libunix/daemon/child.h"
+#include "libunix/plumbing/prsstr.h"
+#include "libunix/plumbing/pty.h"
+#include "libunix/plumbing/svr4fd.h"
+#include "libunix/runtime/log.h"
+#include "libunix/runtime/process.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace plex {
+
+struct termios mytermios;
+struct winsize mywinsize;
+
+namespace {
+
+// A command line may fill its field without a terminator; the zero behind the record ends it then.
+struct {
+    servermsg msg;
+    char zero;
+} request;
+
+sigset_t block_endings() {
+    sigset_t set;
+    sigset_t old;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    sigprocmask(SIG_BLOCK, &set, &old);
+    return old;
+}
+
+[[noreturn]] void becomecommand(char *cmdstg, sigset_t oldmask) {
+    usignal(SIGTERM, SIG_DFL);
+    usignal(SIGINT, SIG_DFL);
+    unblock_signal(oldmask);
+    free_children();
+    close(bbsfd);
+    close(ipcfd);
+    // The lock, the log and our end of this very terminal as well: a command that kept its own
+    // master open would never see a hang-up.
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    exit(dospawn(cmdstg));
+}
+
+} // namespace
+
+servermsg &srvmsg = request.msg;
+
+int runcmd(int usrnum, char *cmdstg) {
+    int ptymfd = -1;
+    char pty_name[PTYNAME];
+    const sigset_t oldmask = block_signal(SIGCHLD);
+    const sigset_t launchmask = block_endings();
+    const int pid = pty_fork(&ptymfd, pty_name, &mytermios, &mywinsize);
+    if (pid == 0) {
+        becomecommand(cmdstg, oldmask);
+    }
+    unblock_signal(launchmask); // SIGCHLD stays blocked
+    clientmsg message = {};
+    if (pid < 0) {
+        if (debug != 0) {
+            inform("COMMAND FAILED!\n");
+        }
+        message.msgtyp = MSG_FAILED;
+        tellhost(&message, sizeof message);
+        return 1; // deliberately with SIGCHLD blocked for good: no later end is told
+    }
+    if (debug != 0) {
+        inform("Adding Child: pid=%d usrnum=%d [%s]\n", pid, usrnum, pty_name);
+    }
+    add_child(usrnum, pid, ptymfd);
+    message = {srvmsg.usrnum, MSG_STARTED, 0};
+    tellhost(&message, sizeof message);
+    send_fd(bbsfd, ptymfd);
+    unblock_signal(oldmask);
+    if (debug != 0) {
+        inform("COMMAND SUCCESSFUL: ptymfd=%d\n", ptymfd);
+    }
+    return 0;
+}
+
+} // namespace plex

@@ -1,0 +1,139 @@
+// vosterd: runs commands for the users of one host, each on a pseudo-terminal of its own.
+//
+// One thread. The main flow sits in read() on the host connection and serves one record at a time;
+// everything else happens in signal handlers, which interrupt that read. The daemon never relays a
+// command's data: the host gets the terminal's master and talks to the command itself.
+
+#include "libsrc/common/text.h"
+#include "libunix/console/trm.h"
+#include "libunix/daemon/child.h"
+#include "libunix/daemon/runcmd.h"
+#include "libunix/daemon/template.h"
+#include "libunix/plumbing/csfd.h"
+#include "libunix/runtime/config.h"
+#include "libunix/runtime/lock.h"
+#include "libunix/runtime/log.h"
+#include "libunix/runtime/process.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+[[noreturn]] void refuse(const char *why, int status) {
+    fputs(why, stderr);
+    exit(status);
+}
+
+void readargs(int argc, char **argv) {
+    if (argc > 1 && sameas(argv[1], "-d") != 0) {
+        debug = 1;
+    }
+    if (argc > 2) {
+        debug = atoi(argv[2]); // the level counts whatever the first argument was
+    }
+    if (debug < 0) {
+        debug = 1;
+    }
+}
+
+void maketemplate() {
+    if (getoption("BBSSTDIN") != nullptr) {
+        if (tcgetattr(STDIN_FILENO, &mytermios) < 0) {
+            perror("tcgetattr");
+        }
+        if (ioctl(STDIN_FILENO, TIOCGWINSZ, &mywinsize) < 0) {
+            perror("ioctl(TIOCGWINSZ)");
+        }
+        return;
+    }
+    set_termios(&mytermios);
+    cfsetispeed(&mytermios, B9600);
+    cfsetospeed(&mytermios, B9600);
+    set_winsize(&mywinsize);
+}
+
+void handle(int signo, sighandler func, const char *failure, int status) {
+    if (usignal(signo, func) == SIG_ERR) {
+        refuse(failure, status);
+    }
+}
+
+void start(int argc, char **argv) {
+    relpriv();
+    bbshome();
+    opntrm(DSP_NULL, "vosterd");
+    bgnlog("vosterd.log");
+    lockfd = maklck(LOCKNAME);
+    if (lockfd < 0) {
+        refuse("halvrond is already running.\n", 1); // the sibling's name: deliberate, keep it
+    }
+    readargs(argc, argv);
+    maketemplate();
+    handle(SIGCHLD, process_signal, "Unable to install SIGCHLD handler.\n", 3);
+    handle(SIGTERM, cleanup, "Unable to install SIGTERM handler.\n", 4);
+    handle(SIGINT, cleanup, "Unable to install SIGINT handler.\n", 5);
+    ipcfd = lsnsoc(ENDPOINT);
+    if (ipcfd < 0) {
+        refuse("Unable to create listen socket.\n", 1);
+    }
+    bbsfd = acceptfd(ipcfd);
+    if (bbsfd < 0) {
+        refuse("Unable to accept connection from client.\n", 2);
+    }
+}
+
+void dispatch() {
+    auto *cmdstg = reinterpret_cast<char *>(srvmsg.cmdstg);
+    switch (srvmsg.msgtyp) {
+    case MSG_RUN:
+        if (debug != 0) {
+            inform("Running [%s] for %d\n", cmdstg, srvmsg.usrnum);
+        }
+        runcmd(srvmsg.usrnum, cmdstg);
+        break;
+    case MSG_KILL:
+        if (debug != 0) {
+            inform("BBS request to kill %d\n", srvmsg.usrnum);
+        }
+        killcmd(srvmsg.usrnum);
+        break;
+    default:
+        if (debug != 0) {
+            inform("Unknown message type: %d\n", srvmsg.msgtyp);
+        }
+    }
+}
+
+[[noreturn]] void serve() {
+    for (;;) {
+        errno =
+            0; // a short record is judged by errno: what is told must not be an old interruption
+        const ssize_t n = read(bbsfd, &srvmsg, sizeof srvmsg);
+        if (n == static_cast<ssize_t>(sizeof srvmsg)) {
+            dispatch();
+            continue;
+        }
+        // A host that closes with answers unread resets the connection: it is gone all the same.
+        if (n == 0 || (n < 0 && errno == ECONNRESET)) {
+            cleanup(0);
+            exit(0);
+        }
+        if (errno == EINTR) {
+            continue; // a command ended
+        }
+        cleanup(errno + 50);
+    }
+}
+
+} // namespace
+} // namespace plex
+
+int main(int argc, char **argv) {
+    plex::start(argc, argv);
+    plex::serve();
+}

@@ -1,0 +1,129 @@
+// Privilege is raised around the device operations alone: on systems where the slave has to be
+// given to its user they need it, and a daemon installed set-user-id root has it to give.
+
+#include "libunix/plumbing/pty.h"
+
+#include "libsrc/common/text.h"
+#include "libunix/runtime/process.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <initializer_list>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+// Ends a child whose terminal could not be set up. The statuses are negative by convention; the
+// parent sees them modulo 256.
+[[noreturn]] void giveup(const char *what, int status, std::initializer_list<int> fds) {
+    perror(what);
+    for (const int fd : fds) {
+        close(fd);
+    }
+    exit(status);
+}
+
+// The child's part: a session, the slave, and the slave as descriptors 0, 1 and 2.
+void takeslave(int fdm, const char *pts_name, const struct termios *slave_termios,
+               const struct winsize *slave_winsize) {
+    if (setsid() < 0) {
+        giveup("pty_fork:setsid()", -1, {});
+    }
+    getpriv();
+    const int fds = ptys_open(fdm, pts_name);
+    if (fds < 0) {
+        perror("pty_fork:ptys_open");
+        relpriv();
+        exit(-2);
+    }
+    relpriv();
+    if (slave_termios != nullptr) {
+        if (tcsetattr(fds, TCSANOW, slave_termios) < 0) {
+            giveup("pty_fork:tcsetattr", -4, {fds});
+        }
+        // Under the settings' condition, not its own: deliberate, a size alone sets nothing.
+        if (ioctl(fds, TIOCSWINSZ, slave_winsize) < 0) {
+            giveup("pty_fork:ioctl(TIOCSWINSZ)", -5, {fds});
+        }
+    }
+    if (dup2(fds, STDIN_FILENO) != STDIN_FILENO) {
+        giveup("pty_fork:dup2(STDIN_FILENO)", -6, {fds});
+    }
+    if (dup2(fds, STDOUT_FILENO) != STDOUT_FILENO) {
+        giveup("pty_fork:dup2(STDOUT_FILENO)", -7, {fds, 0, 1});
+    }
+    if (dup2(fds, STDERR_FILENO) != STDERR_FILENO) {
+        giveup("pty_fork:dup2(STDERR_FILENO)", -8, {fds, 0, 1, 2});
+    }
+}
+
+} // namespace
+
+int ptym_open(char *pts_name) {
+    stzcpy(pts_name, "/dev/ptmx", PTYNAME);
+    const int fdm = open(pts_name, O_RDWR);
+    if (fdm < 0) {
+        perror("ptym_open:open");
+        return -1;
+    }
+    const char *failed = nullptr;
+    int code = 0;
+    const char *slave = nullptr;
+    if (grantpt(fdm) < 0) {
+        failed = "ptym_open:grantpt";
+        code = -2;
+    } else if (unlockpt(fdm) < 0) {
+        failed = "ptym_open:unlockpt";
+        code = -3;
+    } else if ((slave = ptsname(fdm)) == nullptr) {
+        failed = "ptym_open:ptsname";
+        code = -4;
+    }
+    if (failed != nullptr) {
+        perror(failed);
+        close(fdm);
+        return code;
+    }
+    stzcpy(pts_name, slave, PTYNAME);
+    return fdm;
+}
+
+int ptys_open(int fdm, const char *pts_name) {
+    const int fds = open(pts_name, O_RDWR);
+    if (fds < 0) {
+        close(fdm);
+        return -5;
+    }
+    return fds;
+}
+
+int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
+             const struct winsize *slave_winsize) {
+    char pts_name[PTYNAME];
+    getpriv();
+    const int fdm = ptym_open(pts_name);
+    if (fdm < 0) {
+        perror("pty_fork:ptym_open");
+        relpriv();
+        return -1;
+    }
+    relpriv();
+    if (slave_name != nullptr) {
+        stzcpy(slave_name, pts_name, PTYNAME);
+    }
+    const pid_t pid = fork();
+    if (pid < 0) {
+        perror("pty_fork:fork()");
+        return -2; // deliberately no clean-up: the master is not reported and stays open
+    }
+    if (pid > 0) {
+        *ptrfdm = fdm;
+        return pid;
+    }
+    takeslave(fdm, pts_name, slave_termios, slave_winsize);
+    return 0;
+}
+
+} // namespace plex

@@ -1,0 +1,100 @@
+// Reading ordinary bytes past a passed descriptor would close it unseen, and taking plain bytes
+// here would lose them. So the receiver looks before it takes. A look at one byte would not do: the
+// kernel announces a descriptor also when a plain byte stands before it. A look at two bytes stops
+// short behind a byte with a descriptor, and only then.
+
+#include "libunix/plumbing/svr4fd.h"
+
+#include "libunix/runtime/log.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+
+namespace plex {
+namespace {
+
+union control { // for one descriptor, aligned as a header has to be
+    cmsghdr header;
+    char bytes[CMSG_SPACE(sizeof(int))];
+};
+
+// Looks at what comes next, without control space, so that nothing is installed: 0 when it is a
+// byte with a descriptor, else an error number.
+int lookahead(int fd) {
+    char peek[2];
+    iovec iov = {peek, sizeof peek};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    const ssize_t n = recvmsg(fd, &msg, MSG_PEEK);
+    if (n < 0) {
+        return errno;
+    }
+    if (n == 0) {
+        return ENXIO;
+    }
+    return n == 1 && (msg.msg_flags & MSG_CTRUNC) != 0 ? 0 : EBADMSG;
+}
+
+// Takes that byte and its descriptor; -1 with errno.
+int take(int fd) {
+    char byte;
+    iovec iov = {&byte, 1};
+    control room = {};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = &room;
+    msg.msg_controllen = CMSG_LEN(sizeof(int)); // not CMSG_SPACE: its padding would admit a second
+    if (recvmsg(fd, &msg, 0) < 0) {
+        return -1;
+    }
+    const cmsghdr *header = CMSG_FIRSTHDR(&msg);
+    int received = -1;
+    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
+        errno = EMFILE; // announced but not installed: this process has no descriptor left for it
+    } else {
+        memcpy(&received, CMSG_DATA(header), sizeof received);
+    }
+    return received;
+}
+
+} // namespace
+
+int send_fd(int clifd, int fd) {
+    char byte = 0;
+    iovec iov = {&byte, 1};
+    control room = {};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = &room;
+    msg.msg_controllen = CMSG_LEN(sizeof fd);
+    cmsghdr *header = CMSG_FIRSTHDR(&msg);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof fd);
+    memcpy(CMSG_DATA(header), &fd, sizeof fd);
+    if (sendmsg(clifd, &msg, MSG_NOSIGNAL) < 0) {
+        inform("I_SENDFD: %s (%d)\n", strerror(errno), errno);
+        return -1;
+    }
+    return 0;
+}
+
+int recv_fd(int servfd) {
+    int fd = -1;
+    const int cause = lookahead(servfd);
+    if (cause != 0) {
+        errno = cause;
+    } else {
+        fd = take(servfd);
+    }
+    if (fd < 0) {
+        inform("I_RECVFD: %s (%d)\n", strerror(errno), errno);
+    }
+    return fd;
+}
+
+} // namespace plex

@@ -1,0 +1,86 @@
+// The log writes with one system call for each item and keeps no text of its own: inform is called
+// from signal handlers, and a handler that interrupts a half-done item of a buffered stream would
+// find that stream's state half changed.
+
+#include "libunix/runtime/log.h"
+
+#include "libunix/runtime/config.h"
+#include "libunix/runtime/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+namespace plex {
+namespace {
+
+FILE *fp; // null: no log
+
+constexpr int linebytes = 16;
+
+// Room for a label-free dump line: two addresses' worth of text, 16 * 3 + 3 + 16 and a newline.
+constexpr size_t dumpline = 128;
+
+} // namespace
+
+void bgnlog(const char *filnam) {
+    const char *target = getoption("BBSLOG");
+    if (target == nullptr) {
+        target = "null";
+    } else if (stricmp(target, "file") == 0) {
+        target = filnam;
+    }
+    if (stricmp(target, "null") == 0) {
+        fp = nullptr;
+    } else if (stricmp(target, "stdout") == 0) {
+        fp = stdout;
+    } else if (stricmp(target, "stderr") == 0) {
+        fp = stderr;
+    } else {
+        fp = fopen(target, "w+");
+    }
+}
+
+void inform(const char *fmt, ...) {
+    if (fp == nullptr) {
+        return;
+    }
+    const int saved = errno; // handlers report errno after logging
+    va_list args;
+    va_start(args, fmt);
+    vdprintf(fileno(fp), fmt, args);
+    va_end(args);
+    errno = saved;
+}
+
+void infbyt(const char *str, const void *buf, int len) {
+    if (fp == nullptr) {
+        return;
+    }
+    inform("%s (%d bytes at %p):\n", str, len, buf);
+    const auto *at = static_cast<const unsigned char *>(buf);
+    int left = std::max(len, 0);
+    do {
+        const int nnow = std::min(left, linebytes);
+        char line[dumpline];
+        size_t n = 0;
+        for (int i = 0; i < linebytes; i++) {
+            n += static_cast<size_t>(i < nnow ? snprintf(line + n, sizeof line - n, "%02X ", at[i])
+                                              : snprintf(line + n, sizeof line - n, "   "));
+        }
+        n += static_cast<size_t>(snprintf(line + n, sizeof line - n, " : "));
+        for (int i = 0; i < linebytes; i++) {
+            // The asterisk fills the character column of a short line: no byte looks like it in
+            // the hexadecimal column, so a reader sees where the data ends.
+            line[n++] = i >= nnow ? '*' : isprint(at[i]) != 0 ? static_cast<char>(at[i]) : '.';
+        }
+        line[n] = '\0';
+        inform("%p : %s\n", static_cast<const void *>(at), line);
+        at += nnow;
+        left -= nnow;
+    } while (left > 0);
+}
+
+} // namespace plex

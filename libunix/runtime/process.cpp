@@ -1,0 +1,116 @@
+// Handlers are installed without the restart flag, and everything that waits relies on it: a read
+// that SIGCHLD interrupts comes back with EINTR and is repeated by its caller.
+
+#include "libunix/runtime/process.h"
+
+#include "libunix/runtime/config.h"
+#include "libunix/runtime/log.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+void seteffective(const char *name, uid_t uid) {
+    // An ordinary user has nothing to switch; the caller's next step shows what is missing.
+    [[maybe_unused]] const int result = seteuid(uid);
+    inform("%s: uid=%d euid=%d\n", name, static_cast<int>(getuid()), static_cast<int>(geteuid()));
+}
+
+} // namespace
+
+void getpriv() {
+    seteffective("getpriv", 0);
+}
+
+void relpriv() {
+    seteffective("relpriv", getuid());
+}
+
+sighandler usignal(int signo, sighandler func) {
+    struct sigaction act = {};
+    struct sigaction old = {};
+    act.sa_handler = func;
+    sigemptyset(&act.sa_mask);
+    return sigaction(signo, &act, &old) < 0 ? SIG_ERR : old.sa_handler;
+}
+
+void ignore_sigpipe() {
+    usignal(SIGPIPE, SIG_IGN);
+}
+
+void daemon_init() {
+    const pid_t pid = fork();
+    if (pid < 0) {
+        fprintf(stderr, "Fork failed: %s\n", strerror(errno));
+        exit(1);
+    }
+    if (pid > 0) {
+        exit(0);
+    }
+    close(0);
+    close(1);
+    setsid();
+    umask(0);
+}
+
+void daemon_wait() {
+    if (getoption("BBSDEBUG") != nullptr) {
+        return;
+    }
+    const pid_t pid = fork();
+    if (pid < 0) {
+        exit(-1);
+    }
+    if (pid == 0) {
+        setsid();
+        return;
+    }
+    int status = 0;
+    pid_t ended = 0;
+    do {
+        ended = waitpid(pid, &status, WUNTRACED);
+    } while (ended < 0 && errno == EINTR);
+    if (ended == pid && WIFEXITED(status)) {
+        exit(WEXITSTATUS(status));
+    }
+    if (ended == pid && WIFSIGNALED(status)) {
+        exit(100 + (WCOREDUMP(status) ? 0 : WTERMSIG(status)));
+    }
+    if (ended == pid && WIFSTOPPED(status)) {
+        exit(150 + WSTOPSIG(status));
+    }
+    exit(150);
+}
+
+void delay(unsigned usecs) {
+    timeval timeout = {};
+    timeout.tv_sec = static_cast<time_t>(usecs / 1000000);
+    timeout.tv_usec = static_cast<suseconds_t>(usecs % 1000000);
+    select(0, nullptr, nullptr, nullptr, &timeout);
+}
+
+int maxfil(int nofile) {
+    rlimit limit = {};
+    if (nofile < 0 || getrlimit(RLIMIT_NOFILE, &limit) < 0 ||
+        limit.rlim_max < static_cast<rlim_t>(nofile)) {
+        return -1;
+    }
+    limit.rlim_cur = static_cast<rlim_t>(nofile);
+    if (setrlimit(RLIMIT_NOFILE, &limit) < 0) {
+        return -1;
+    }
+    inform("maxfil: Maximum open files = %d\n", nofile);
+    return 0;
+}
+
+} // namespace plex

@@ -1,0 +1,251 @@
+#include "tests/support.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <poll.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int left(Clock::time_point deadline) {
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    return ms.count() > 0 ? static_cast<int>(ms.count()) : 0;
+}
+
+Clock::time_point soon(int milliseconds) {
+    return Clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+// Appends what can be read to each text until both descriptors are at their end or time is up.
+void collect(int a, std::string &atext, int b, std::string &btext, Clock::time_point deadline) {
+    pollfd fds[] = {{a, POLLIN, 0}, {b, POLLIN, 0}};
+    std::string *texts[] = {&atext, &btext};
+    while ((fds[0].fd >= 0 || fds[1].fd >= 0) && poll(fds, 2, left(deadline)) > 0) {
+        for (int i = 0; i < 2; i++) {
+            char buf[4096];
+            if (fds[i].fd < 0 || fds[i].revents == 0) {
+                continue;
+            }
+            const ssize_t n = read(fds[i].fd, buf, sizeof buf);
+            if (n > 0) {
+                texts[i]->append(buf, static_cast<size_t>(n));
+            } else if (n == 0 || errno != EINTR) {
+                fds[i].fd = -1;
+            }
+        }
+    }
+}
+
+int waitbounded(pid_t pid, Clock::time_point deadline) {
+    int status = -1;
+    while (waitpid(pid, &status, WNOHANG) == 0) {
+        if (left(deadline) == 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+            return -1;
+        }
+        poll(nullptr, 0, 1);
+    }
+    return status;
+}
+
+} // namespace
+
+Home::Home() : before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    char name[] = "/tmp/plextest.XXXXXX";
+    path = mkdtemp(name);
+    if (chdir(path.c_str()) != 0) {
+        abort();
+    }
+}
+
+Home::~Home() {
+    if (fchdir(before) != 0) {
+        abort();
+    }
+    close(before);
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+}
+
+std::string slurp(const std::string &path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+void spew(const std::string &path, std::string_view text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+bool exists(const std::string &path) {
+    struct stat st = {};
+    return lstat(path.c_str(), &st) == 0;
+}
+
+bool eventually(const std::function<bool()> &done) {
+    const auto deadline = soon(patience);
+    while (!done()) {
+        if (left(deadline) == 0) {
+            return false;
+        }
+        poll(nullptr, 0, 1);
+    }
+    return true;
+}
+
+bool readable(int fd, int milliseconds) {
+    const auto deadline = soon(milliseconds);
+    pollfd pfd = {fd, POLLIN, 0};
+    int n = 0;
+    do {
+        n = poll(&pfd, 1, left(deadline));
+    } while (n < 0 && errno == EINTR);
+    return n > 0;
+}
+
+std::string take(int fd, size_t len) {
+    std::string text;
+    while (text.size() < len && readable(fd)) {
+        char buf[4096];
+        const ssize_t n = read(fd, buf, std::min(sizeof buf, len - text.size()));
+        if (n <= 0) {
+            break;
+        }
+        text.append(buf, static_cast<size_t>(n));
+    }
+    return text;
+}
+
+std::string drain(int fd) {
+    std::string text;
+    std::string none;
+    collect(fd, text, -1, none, soon(patience));
+    return text;
+}
+
+std::string expect(int fd, const std::string &text) {
+    std::string got;
+    while (!got.ends_with(text)) {
+        const std::string byte = take(fd, 1);
+        if (byte.empty()) {
+            break;
+        }
+        got += byte;
+    }
+    return got;
+}
+
+int Outcome::code() const {
+    if (status == -1) {
+        return -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+Outcome inchild(const std::function<void()> &body) {
+    int out[2];
+    int err[2];
+    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
+        abort();
+    }
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        for (const int fd : {out[0], out[1], err[0], err[1]}) {
+            close(fd);
+        }
+        body();
+        fflush(nullptr);
+        _exit(0);
+    }
+    close(out[1]);
+    close(err[1]);
+    const auto deadline = soon(patience);
+    Outcome outcome;
+    collect(out[0], outcome.out, err[0], outcome.err, deadline);
+    outcome.status = waitbounded(pid, deadline);
+    close(out[0]);
+    close(err[0]);
+    return outcome;
+}
+
+Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env,
+                 int stdinfd) {
+    int outpipe[2];
+    int errpipe[2];
+    if (pipe2(outpipe, O_CLOEXEC) != 0 || pipe2(errpipe, O_CLOEXEC) != 0) {
+        abort();
+    }
+    fflush(nullptr);
+    pid = fork();
+    if (pid == 0) {
+        const int in = stdinfd >= 0 ? stdinfd : open("/dev/null", O_RDONLY);
+        dup2(in, 0);
+        dup2(outpipe[1], 1);
+        dup2(errpipe[1], 2);
+        for (const std::string &entry : env) {
+            const size_t equals = entry.find('=');
+            if (equals == std::string::npos) {
+                unsetenv(entry.c_str());
+            } else {
+                setenv(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1, 1);
+            }
+        }
+        std::vector<char *> args;
+        for (const std::string &arg : argv) {
+            args.push_back(const_cast<char *>(arg.c_str()));
+        }
+        args.push_back(nullptr);
+        execvp(args[0], args.data());
+        perror(args[0]);
+        _exit(127);
+    }
+    close(outpipe[1]);
+    close(errpipe[1]);
+    out = outpipe[0];
+    err = errpipe[0];
+}
+
+Program::~Program() {
+    if (!ended) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    close(out);
+    close(err);
+}
+
+Outcome Program::wait() {
+    if (!ended) {
+        const auto deadline = soon(patience);
+        collect(out, outcome.out, err, outcome.err, deadline);
+        outcome.status = waitbounded(pid, deadline);
+        ended = true;
+    }
+    return outcome;
+}
+
+bool Program::running() {
+    siginfo_t info = {};
+    return !ended &&
+           waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+}
+
+} // namespace test

@@ -1,0 +1,87 @@
+// What tests share: a home of their own, child processes that are always ended, bounded waits.
+#pragma once
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace test {
+
+// The bound on every wait. Nothing takes this long; a test that reaches it has failed.
+constexpr int patience = 10000; // milliseconds
+
+// A new directory that is the working directory while the object lives, and is removed with all
+// that is in it.
+class Home {
+public:
+    Home();
+    ~Home();
+    Home(const Home &) = delete;
+    Home &operator=(const Home &) = delete;
+
+    std::string path;
+
+private:
+    int before; // the directory to return to
+};
+
+std::string slurp(const std::string &path); // a whole file; empty when it is missing
+void spew(const std::string &path, std::string_view text);
+bool exists(const std::string &path);
+
+// Polls `done` until it holds; false when patience ran out.
+bool eventually(const std::function<bool()> &done);
+
+// Waits until `fd` can be read (or is at its end); false when patience ran out.
+bool readable(int fd, int milliseconds = patience);
+
+// Reads exactly `len` bytes, or fewer at the end of the stream or of patience.
+std::string take(int fd, size_t len);
+
+// Reads until the end of the stream (a terminal's hang-up counts), or of patience.
+std::string drain(int fd);
+
+// Reads until `text` has come; returns all that came, with `text` at its end unless it never came.
+std::string expect(int fd, const std::string &text);
+
+// How a child ended, and what it wrote.
+struct Outcome {
+    int status = -1; // as waitpid has it
+    std::string out;
+    std::string err;
+
+    // The exit code, 128 + the signal that ended it, or -1 when it had to be killed.
+    int code() const;
+};
+
+// Runs `body` in a forked child with captured output; the child exits 0 when it returns. Pipes are
+// read until both close, so the child's own children must not outlive it with them.
+Outcome inchild(const std::function<void()> &body);
+
+// A program that runs beside the test, with its output captured, killed at the latest by the
+// destructor. `env` entries are NAME=value; a NAME alone is removed from the environment.
+class Program {
+public:
+    Program(const std::vector<std::string> &argv, const std::vector<std::string> &env = {},
+            int stdinfd = -1);
+    ~Program();
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    // Waits for its end, bounded; then its output is complete.
+    Outcome wait();
+    bool running();
+
+    pid_t pid = -1;
+    int out = -1; // its standard output and error, to be read while it runs
+    int err = -1;
+
+private:
+    Outcome outcome;
+    bool ended = false;
+};
+
+} // namespace test
