@@ -1,0 +1,34 @@
+# need PACKAGE...: installs the Debian packages that are missing, as root or through sudo. Where it
+# can do neither it names them and ends the script. To be sourced.
+need() {
+    command -v dpkg-query >/dev/null || {
+        echo "This is no Debian system; what is needed has these names there: $*" >&2
+        return 0
+    }
+    local p missing=()
+    for p in "$@"; do
+        dpkg-query -W -f '${db:Status-Abbrev}' "$p" 2>/dev/null | grep -q '^ii' || missing+=("$p")
+    done
+    ((${#missing[@]} == 0)) && return 0
+    local sudo=()
+    if ((EUID != 0)); then
+        if command -v sudo >/dev/null && sudo -n true 2>/dev/null; then
+            sudo=(sudo)
+        else
+            echo "Please install: ${missing[*]}" >&2
+            exit 1
+        fi
+    fi
+    echo "Installing: ${missing[*]}" >&2
+    local get=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0)
+    "${get[@]}" update >/dev/null || true
+    "${get[@]}" install -y --no-install-recommends "${missing[@]}" </dev/null >&2 || {
+        echo "Please install: ${missing[*]}" >&2
+        exit 1
+    }
+}
+
+# What it takes to build.
+BUILD_PACKAGES=(g++ cmake ninja-build)
+# What the tests drive or are built from.
+TEST_PACKAGES=(googletest python3 bash)

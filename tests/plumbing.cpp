@@ -1,0 +1,251 @@
+// The endpoint, descriptor passing, pseudo-terminals, the terminal template, the console switch.
+
+#include "libunix/console/trm.h"
+#include "libunix/daemon/template.h"
+#include "libunix/plumbing/csfd.h"
+#include "libunix/plumbing/pty.h"
+#include "libunix/plumbing/svr4fd.h"
+#include "libunix/runtime/log.h"
+#include "tests/support.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using test::Home;
+using test::inchild;
+using test::Outcome;
+
+// Sends what the log would get to standard error, where inchild captures it.
+void logtostderr() {
+    setenv("BBSLOG", "stderr", 1);
+    plex::bgnlog("");
+}
+
+TEST(Endpoint, IsMadeAfreshForEverybody) {
+    const Home home;
+    umask(077);
+    for (int i = 0; i < 2; i++) { // the second time a stale one is in the way
+        i == 0 ? test::spew("e", "a file left behind") : void();
+        const int fd = plex::lsnsoc("e");
+        ASSERT_GE(fd, 0);
+        struct stat st = {};
+        ASSERT_EQ(lstat("e", &st), 0);
+        EXPECT_EQ(st.st_mode, S_IFSOCK | 0666U);
+        EXPECT_EQ(umask(077), 077U);
+        // Openers get a stream at once and wait for nobody; accepted in their order.
+        const int a = plex::fdserver("e");
+        const int b = plex::fdserver("e");
+        ASSERT_GE(a, 0);
+        ASSERT_GE(b, 0);
+        EXPECT_EQ(write(a, "A", 1), 1);
+        const int c = plex::acceptfd(fd);
+        EXPECT_EQ(test::take(c, 1), "A");
+        for (const int f : {a, b, c, fd}) {
+            close(f);
+        }
+    }
+}
+
+TEST(Endpoint, Failures) {
+    const Home home;
+    const Outcome o = inchild([] {
+        logtostderr();
+        umask(022);
+        printf("%d ", plex::lsnsoc("no/such/e"));
+        printf("%03o ", umask(022)); // deliberately left at 0
+        printf("%d ", plex::lsnsoc(std::string(200, 'x').c_str()));
+        printf("%d ", plex::fdserver("missing"));
+        test::spew("file", "text");
+        printf("%d ", plex::fdserver("file") >= 0);
+        close(plex::lsnsoc("closed"));
+        printf("%d ", plex::fdserver("closed"));
+        printf("%d ", plex::acceptfd(99));
+    });
+    EXPECT_EQ(o.out, "-1 000 -1 -1 1 -1 -1 ");
+    EXPECT_EQ(o.err, "creat: No such file or directory\ncreat: File name too long\n"
+                     "fdserver:open: No such file or directory"
+                     "fdserver:open: Connection refused"
+                     "I_RECVFD: Bad file descriptor (9)\n");
+}
+
+TEST(Passing, InOrderWithBytes) {
+    int s[2];
+    int p[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, s), 0);
+    ASSERT_EQ(pipe(p), 0);
+    const int rest = 2 + 1;
+    ASSERT_EQ(write(s[0], "ab", 2), 2);
+    EXPECT_EQ(plex::send_fd(s[0], p[1]), 0);
+    EXPECT_EQ(plex::send_fd(s[0], p[1]), 0);
+    ASSERT_EQ(write(s[0], "c", 1), 1);
+    // Plain bytes come first: they stay, whether one or more stand before the descriptor.
+    for (const char *byte : {"a", "b"}) {
+        EXPECT_EQ(plex::recv_fd(s[1]), -1);
+        EXPECT_EQ(errno, EBADMSG);
+        EXPECT_EQ(test::take(s[1], 1), byte);
+    }
+    for (int i = 0; i < 2; i++) {
+        const int fd = plex::recv_fd(s[1]);
+        ASSERT_GT(fd, rest);
+        EXPECT_EQ(write(fd, "x", 1), 1);
+        EXPECT_EQ(test::take(p[0], 1), "x");
+        close(fd);
+    }
+    EXPECT_EQ(plex::recv_fd(s[1]), -1);
+    EXPECT_EQ(errno, EBADMSG); // one plain byte, nothing behind it
+    EXPECT_EQ(test::take(s[1], 1), "c");
+    EXPECT_EQ(fcntl(p[1], F_GETFD), 0) << "the sender keeps its copy";
+    close(s[0]);
+    EXPECT_EQ(plex::recv_fd(s[1]), -1);
+    EXPECT_EQ(errno, ENXIO);
+    for (const int fd : {s[1], p[0], p[1]}) {
+        close(fd);
+    }
+}
+
+TEST(Passing, Failures) {
+    const Home home;
+    const Outcome o = inchild([] {
+        logtostderr();
+        int s[2];
+        socketpair(AF_UNIX, SOCK_STREAM, 0, s);
+        printf("%d ", plex::send_fd(s[0], -1));
+        plex::send_fd(s[0], 0);
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(s[1]) + 1;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        printf("%d ", plex::recv_fd(s[1])); // no descriptor left to receive it
+        close(s[1]);
+        printf("%d ", plex::send_fd(s[0], 0)); // and no SIGPIPE
+    });
+    EXPECT_EQ(o.code(), 0);
+    EXPECT_EQ(o.out, "-1 -1 -1 ");
+    EXPECT_EQ(o.err, "I_SENDFD: Bad file descriptor (9)\nI_RECVFD: Too many open files (24)\n"
+                     "I_SENDFD: Broken pipe (32)\n");
+}
+
+// Runs `child` on a new terminal and returns what it printed there.
+std::string onterminal(const termios *settings, const winsize *size, void (*child)()) {
+    int fdm = -1;
+    char name[plex::PTYNAME];
+    const int pid = plex::pty_fork(&fdm, name, settings, size);
+    if (pid == 0) {
+        child();
+        fflush(stdout);
+        _exit(0);
+    }
+    EXPECT_GT(pid, 0);
+    const std::string text = test::drain(fdm);
+    close(fdm);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(strncmp(name, "/dev/pts/", 9), 0) << name;
+    return text;
+}
+
+TEST(Terminal, ChildLeadsASessionOnIt) {
+    termios settings = {};
+    winsize size = {};
+    plex::set_termios(&settings);
+    plex::set_winsize(&size);
+    const auto report = [] {
+        winsize w = {};
+        ioctl(0, TIOCGWINSZ, &w);
+        printf("%d%d%d %d %s %d %d", isatty(0), isatty(1), isatty(2), getsid(0) == getpid(),
+               ttyname(0) != nullptr && tcgetpgrp(0) == getpid() ? "mine" : "not mine", w.ws_row,
+               w.ws_col);
+    };
+    EXPECT_EQ(onterminal(&settings, &size, report), "111 1 mine 24 80");
+    EXPECT_EQ(onterminal(nullptr, &size, report), "111 1 mine 0 0"); // a size alone sets nothing
+}
+
+TEST(Terminal, SettingsThatTheTemplateLeavesAlone) {
+    termios t;
+    memset(&t, 0x55, sizeof t);
+    plex::set_termios(&t);
+    EXPECT_EQ(t.c_cc[VSWTC], 0x55);
+    EXPECT_EQ(t.c_line, 0x55);
+    EXPECT_EQ(t.c_cflag, CS8 | CREAD | HUPCL);
+}
+
+TEST(Terminal, Failures) {
+    const Home home;
+    const Outcome o = inchild([] {
+        char name[plex::PTYNAME] = "";
+        int p[2];
+        pipe(p);
+        printf("%d ", plex::ptys_open(p[0], "/no/such"));
+        printf("%d ", fcntl(p[0], F_GETFD)); // closed on the way
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = 3;
+        setrlimit(RLIMIT_NOFILE, &limit);
+        int fdm = -1;
+        const int pid = plex::pty_fork(&fdm, name, nullptr, nullptr);
+        printf("%d %d", pid, fdm);
+    });
+    EXPECT_EQ(o.out, "-5 -1 -1 -1");
+    EXPECT_EQ(o.err,
+              "ptym_open:open: Too many open files\npty_fork:ptym_open: Too many open files\n");
+}
+
+TEST(Switch, ChoosesTheMethod) {
+    // What opening the method tells: only the null console needs nothing.
+    const struct {
+        const char *bbsdisp;
+        int type;
+        const char *name;
+        int method; // 0: none is meant
+    } rows[] = {
+        {"xwindow", 8, "vosterd", 8},      {"NULLCON", 0, nullptr, 8},  {nullptr, 0, "PlexHost", 1},
+        {"XWindow", 0, "plexhost", 1},     {"xwindow", 0, nullptr, 2},  {nullptr, 0, "other", 2},
+        {"unixcon", 0, "plexhost", 0x100}, {"bogus", 0, "plexhost", 0}, {nullptr, 3, "x", 1},
+        {nullptr, 0x40, "x", 0},
+    };
+    for (const auto &r : rows) {
+        const Home home;
+        test::spew("cfg", "BBSLOG=stdout\n");
+        const Outcome o = inchild([&] {
+            setenv("BBSCONFIG", "cfg", 1);
+            unsetenv("BBSDISP");
+            if (r.bbsdisp != nullptr) {
+                setenv("BBSDISP", r.bbsdisp, 1);
+            }
+            unsetenv("DISPLAY");
+            plex::bgnlog("");
+            atexit([] { printf("%d", plex::dsptyp); });
+            plex::opntrm(r.type, r.name);
+            if (plex::dsptyp == plex::DSP_NULL) {
+                plex::updtrm(1);
+                plex::trmbel(1);
+                EXPECT_EQ(plex::getch() + plex::getchc() + plex::kbhit(), 0);
+                plex::clstrm();
+            }
+            exit(plex::xapnam == r.name && plex::lascan() == 1 ? 42 : 43);
+        });
+        SCOPED_TRACE(r.bbsdisp != nullptr ? r.bbsdisp : "unset");
+        if (r.method == 0) {
+            EXPECT_EQ(o.code(), 1);
+            EXPECT_EQ(o.out.substr(0, o.out.find('\n') + 1),
+                      "FATAL ERROR: screen/keyboard method not specified!\n");
+        } else {
+            EXPECT_TRUE(o.out.ends_with(std::to_string(r.type != 0 ? r.type : r.method))) << o.out;
+            EXPECT_EQ(o.code(), o.err.empty() ? 42 : 1) << o.err;
+        }
+        if (r.method == plex::DSP_X11) { // there is no display here, whatever is linked
+            EXPECT_EQ(o.err, "Display open failed. Exiting.\n");
+        }
+    }
+}
+
+} // namespace
