@@ -3,8 +3,10 @@
 
 #include "libsrc/catastro/catastro.h"
 #include "libsrc/common/color.h"
+#include "libsrc/common/dates.h"
 #include "libsrc/common/memory.h"
 #include "libsrc/common/text.h"
+#include "libunix/common/bytord.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
 #include "libunix/console/trm.h"

@@ -3,7 +3,7 @@
 
 #include "libunix/runtime/files.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/common/dates.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/runtime/log.h"
 
@@ -135,9 +135,7 @@ uint32_t unxgtd(int fd) {
     if (fstat(fd, &st) < 0 || localtime_r(&st.st_mtime, &when) == nullptr) {
         return 0;
     }
-    const int date = ((when.tm_year - 80) << 9) + ((when.tm_mon + 1) << 5) + when.tm_mday;
-    const int time = (when.tm_hour << 11) + (when.tm_min << 5) + (when.tm_sec >> 1);
-    return static_cast<uint32_t>(static_cast<uint16_t>(date)) << 16 | static_cast<uint16_t>(time);
+    return static_cast<uint32_t>(tmdate(when)) << 16 | tmtime(when);
 }
 
 int unxstd(const char *fname, unsigned short dtim, unsigned short ddat) {
