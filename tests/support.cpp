@@ -199,6 +199,7 @@ Program::Program(const std::vector<std::string> &argv, const std::vector<std::st
         dup2(in, 0);
         dup2(outpipe[1], 1);
         dup2(errpipe[1], 2);
+        close_range(3, ~0U, 0);
         for (const std::string &entry : env) {
             const size_t equals = entry.find('=');
             if (equals == std::string::npos) {

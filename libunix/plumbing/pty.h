@@ -25,9 +25,9 @@ int ptys_open(int fdm, const char *pts_name);
 // it gets neither. `slave_name`, when not null, receives the slave's path (PTYNAME bytes).
 //
 // Returns in the child 0 (its copies of the master and, above 2, of the slave are open); in the
-// parent the child's process id, with the master in `*ptrfdm`; -1 when no master can be had, -2
-// when the fork fails (the master is then left open). A child that cannot be set up exits with -1
-// setsid, -2 slave, -4 settings, -5 size, -6, -7, -8 descriptors 0, 1, 2.
+// parent the child's process id, with the master in `*ptrfdm` and the terminal set up; -1 when no
+// master can be had, -2 when the fork fails (the master is then left open). A child that cannot be
+// set up exits with -1 setsid, -2 slave, -4 settings, -5 size, -6, -7, -8 descriptors 0, 1, 2.
 int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
              const struct winsize *slave_winsize);
 
