@@ -14,6 +14,7 @@
 #include "libunix/plumbing/prsstr.h"
 #include "libunix/plumbing/pty.h"
 #include "libunix/plumbing/svr4fd.h"
+#include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/files.h"
 #include "libunix/runtime/lock.h"
