@@ -1,32 +1,324 @@
+// One image, one window, one cursor: the engine's whole state is the record below and the output
+// registers, and it lasts as long as the process.
+//
+// Where the cursor is depends on the console: the video controller has it (and is asked every
+// time), the image's control bytes tell it to a display, or it is parked and has no place on any
+// device.
+
 #include "libunix/screen/screen.h"
 
+#include "libunix/console/trm.h"
+#include "libunix/plumbing/svr4shm.h"
+#include "libunix/runtime/process.h"
+
+#include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 
 namespace plex {
-namespace {
-
-constexpr int imagesize = 4029;
 
 unsigned char *grafbuf;
-int cursz;
-unsigned char attr = 7;
+unsigned char *updflg;
+uint16_t xcursor;
+int32_t vgafd = -1;
+uint16_t speedy = 1;
+uint16_t dx;
+unsigned char *si;
+unsigned char *iscstt;
+const scrdriver *condev;
+
+scrstate curatr = {
+    .attr = 7,
+    .ansflg = ANS_OFF,
+    .nparms = 0,
+    .parms = {},
+    .savpos = 0,
+    .lstcmd = 0,
+    .ansatr = 7,
+    .lcpos = 0,
+    .winbuf = nullptr,
+    .oldbuf = nullptr,
+    .curon = 1,
+    .vcpos = 0,
+    .offpos = 0,
+    .belprd = 0x0700,
+    .wleft = 0,
+    .wtop = 0,
+    .wright = scrcols - 1,
+    .wbottom = scrrows - 1,
+    .wscrol = 1,
+    .rgntop = 0,
+    .rgnbot = scrrows - 1,
+    .oleft = 0,
+    .otop = 0,
+    .oright = scrcols - 1,
+    .obottom = scrrows - 1,
+    .oscrol = 1,
+    .efftop = 0,
+    .effbot = 0,
+    .cursz = 0,
+    .ocursz = 0,
+};
+
+namespace {
+
+// The displays that the host family has given a hardware cursor; of ours, the system console.
+constexpr int32_t hardware = 0x394;
+
+// The video controller: an index register, the register selected by it, and those for the cursor.
+constexpr uint16_t crtindex = 0x3D4;
+constexpr uint16_t crtdata = 0x3D5;
+constexpr uint8_t crtstart = 10;
+constexpr uint8_t crtend = 11;
+constexpr uint8_t crthigh = 14;
+constexpr uint8_t crtlow = 15;
+
+// The image of consoles that show none, or only a copy. Static, so that a program out of memory has
+// one to say it on.
+alignas(16) unsigned char privimage[imagebytes];
+
+void crtwrite(uint8_t reg, int value) {
+    if (condev != nullptr) {
+        condev->portwrite(crtindex, reg);
+        condev->portwrite(crtdata, static_cast<uint8_t>(value));
+    }
+}
+
+int crtread(uint8_t reg) {
+    if (condev == nullptr) {
+        return 0;
+    }
+    condev->portwrite(crtindex, reg);
+    return condev->portread(crtdata);
+}
+
+[[noreturn]] void noconsole(const char *why) {
+    relpriv();
+    clstrm();
+    fputs(why, stderr);
+    exit(-1);
+}
+
+unsigned char *mapconsole() {
+    getpriv();
+    vgafd = condev != nullptr ? condev->conopen() : -1;
+    if (vgafd < 0) {
+        noconsole("Unable to open /dev/console\n");
+    }
+    if (condev->getcfnt() == 0) {
+        noconsole("Unable to get current screen mapping table\n");
+    }
+    unsigned char *video = condev->mapvideo(vgafd);
+    if (video == nullptr) {
+        noconsole("Unable to get base position in video memory\n");
+    }
+    relpriv();
+    return video;
+}
+
+// A window never reaches beyond the screen: a bound that would is the last column or row.
+uint8_t column(uint8_t x) {
+    return std::min<uint8_t>(x, scrcols - 1);
+}
+
+uint8_t row(uint8_t y) {
+    return std::min<uint8_t>(y, scrrows - 1);
+}
 
 } // namespace
 
 unsigned char *frzseg() {
-    if (grafbuf == nullptr) {
-        grafbuf = static_cast<unsigned char *>(calloc(1, imagesize));
-        cursiz(1);
+    if (grafbuf != nullptr) {
+        return grafbuf;
     }
+    if ((dsptyp & DSP_REMOTE) != 0) {
+        grafbuf = static_cast<unsigned char *>(opnsshm(imagebytes));
+        updflg = grafbuf + cellbytes;
+    } else if ((dsptyp & (DSP_X11 | DSP_NULL)) == 0 && (dsptyp & DSP_SYSCON) != 0) {
+        grafbuf = mapconsole();
+    } else {
+        // Also with no method chosen yet: a program that dies that early can still say why.
+        grafbuf = privimage;
+        updflg = grafbuf + cellbytes;
+    }
+    cursiz(1);
     return grafbuf;
 }
 
-void cursiz(int shape) {
-    cursz = shape == 0 || shape == 2 ? shape : 1;
+void unfrez() {
+    if ((dsptyp & DSP_FLAGS) != 0 && updflg != nullptr) {
+        updflg[UPD_ALL] = 1;
+    }
+}
+
+void setwin(unsigned char *buf, uint8_t left, uint8_t top, uint8_t right, uint8_t bottom,
+            uint8_t scroll) {
+    curatr.oldbuf = curatr.winbuf;
+    curatr.oleft = curatr.wleft;
+    curatr.otop = curatr.wtop;
+    curatr.oright = curatr.wright;
+    curatr.obottom = curatr.wbottom;
+    curatr.oscrol = curatr.wscrol;
+    curatr.winbuf = buf;
+    curatr.wleft = column(left);
+    curatr.wtop = row(top);
+    curatr.wright = column(right);
+    curatr.wbottom = row(bottom);
+    curatr.wscrol = scroll;
+}
+
+void rstwin() {
+    curatr.winbuf = curatr.oldbuf;
+    curatr.wleft = curatr.oleft;
+    curatr.wtop = curatr.otop;
+    curatr.wright = curatr.oright;
+    curatr.wbottom = curatr.obottom;
+    curatr.wscrol = curatr.oscrol;
 }
 
 void setatr(unsigned char attrib) {
-    attr = attrib;
+    curatr.attr = attrib;
+}
+
+void ansion(int on) {
+    if (on == 0) {
+        curatr.ansflg |= ANS_OFF;
+        curatr.ansatr = curatr.attr;
+        return;
+    }
+    // Whether it was off is deliberately not asked: switching on twice drops the attribute set in
+    // between.
+    curatr.ansflg &= static_cast<uint8_t>(~ANS_OFF);
+    curatr.attr = curatr.ansatr;
+    curatr.rgntop = std::max(curatr.rgntop, curatr.wtop);
+    curatr.rgnbot = std::min(curatr.rgnbot, curatr.wbottom);
+}
+
+uint16_t prfspd(uint16_t speed) {
+    return speedy = speed;
+}
+
+uint16_t belper(uint16_t period) {
+    return curatr.belprd = period;
+}
+
+void wrcurp(uint16_t pos) {
+    if (curatr.curon == 0) {
+        curatr.vcpos = pos;
+    } else if ((dsptyp & hardware) != 0) {
+        const int offset = (pos >> 8) * scrcols + (pos & 0xFF);
+        crtwrite(crthigh, offset >> 8);
+        crtwrite(crtlow, offset);
+    } else {
+        if (updflg != nullptr) { // displays without flags have these two as well
+            updflg[UPD_CURROW] = static_cast<unsigned char>(pos >> 8);
+            updflg[UPD_CURCOL] = static_cast<unsigned char>(pos);
+        }
+        xcursor = pos;
+    }
+}
+
+uint16_t rdcurp() {
+    if (curatr.curon == 0) {
+        dx = curatr.vcpos;
+    } else if ((dsptyp & hardware) != 0) {
+        const int high = crtread(crthigh);
+        const int offset = high * 256 + crtread(crtlow);
+        dx = static_cast<uint16_t>((offset / scrcols) << 8 | offset % scrcols);
+    } else {
+        dx = xcursor;
+    }
+    return dx;
+}
+
+int curcurx() {
+    return rdcurp() & 0xFF;
+}
+
+int curcury() {
+    return rdcurp() >> 8;
+}
+
+void locate(int column, int row) {
+    curatr.lcpos = rdcurp();
+    // Unsigned, so that a hostile coordinate wraps instead of overflowing.
+    wrcurp(
+        static_cast<uint16_t>(static_cast<unsigned>(row) * 256U + static_cast<unsigned>(column)));
+}
+
+void rstloc() {
+    wrcurp(curatr.lcpos);
+}
+
+void cursact(int on) {
+    const uint8_t want = on != 0 ? 1 : 0;
+    if (want == curatr.curon) {
+        return;
+    }
+    if (want != 0) {
+        curatr.curon = 1;
+        if (curatr.vcpos != curatr.offpos) {
+            wrcurp(curatr.vcpos);
+        }
+    } else {
+        curatr.vcpos = rdcurp();
+        curatr.offpos = curatr.vcpos;
+        curatr.curon = 0;
+    }
+}
+
+void defcur(int first, int last) {
+    if ((dsptyp & hardware) != 0) {
+        crtwrite(crtstart, first);
+        crtwrite(crtend, last);
+    }
+}
+
+void cursiz(int shape) {
+    curatr.ocursz = curatr.cursz;
+    switch (shape) {
+    case 0:
+        curatr.cursz = 0;
+        defcur(45, 14); // 45 has the controller's cursor-off bit
+        break;
+    case 2:
+        curatr.cursz = 2;
+        defcur(2, 12);
+        break;
+    default:
+        curatr.cursz = 1;
+        defcur(13, 14);
+    }
+    if ((dsptyp & DSP_FLAGS) != 0 && updflg != nullptr) {
+        updflg[UPD_SHOWN] = curatr.cursz != 0 ? 1 : 0;
+    }
+}
+
+void rstcur() {
+    cursiz(curatr.ocursz);
+}
+
+int curcurs() {
+    return curatr.cursz;
+}
+
+void supisc() {
+    iscstt = curatr.winbuf != nullptr ? curatr.winbuf : grafbuf;
+}
+
+void compsi() {
+    // A cursor may stand outside the buffer, and si with it; nothing is stored through it there.
+    const unsigned cell = static_cast<unsigned>(dx >> 8) * scrcols + (dx & 0xFF);
+    si = reinterpret_cast<unsigned char *>(reinterpret_cast<uintptr_t>(iscstt) + 2 * cell);
+}
+
+void prep4r() {
+    curatr.efftop = curatr.wtop;
+    curatr.effbot = curatr.wbottom;
+    if ((curatr.ansflg & ANS_OFF) == 0) {
+        curatr.efftop = std::max(curatr.wtop, curatr.rgntop);
+        curatr.effbot = std::min(curatr.wbottom, curatr.rgnbot);
+    }
 }
 
 } // namespace plex

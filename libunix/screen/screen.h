@@ -1,15 +1,146 @@
-// The screen image.
+// The screen image, 25 rows of 80 cells, and where and how output goes into it: the current window,
+// the cursor, the current attribute. ansi.h writes bytes into the window, print.h formatted text.
+//
+// Coordinates count from 0 and are those of the screen, in a window too. A position is one word:
+// the row in the high byte, the column in the low byte. An attribute: foreground in bits 0 to 2,
+// intensity in bit 3, background in bits 4 to 6, blink in bit 7, colours in PC order.
+//
+// A writer calls supisc, rdcurp and compsi, then any number of character operations, which move dx
+// and si together, then wrcurp(dx): the device's cursor moves once for each piece of output.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 namespace plex {
 
-// Returns the screen image, creating it on the first call.
+constexpr int scrcols = 80;
+constexpr int scrrows = 25;
+
+// The image's layout is shared with other processes. Cells first, row after row, each the character
+// and then its attribute; then the control bytes, at these offsets from updflg.
+constexpr size_t cellbytes = 2 * scrcols * scrrows;
+constexpr size_t UPD_ROWS = 0; // a byte for each row: 1 when a cell of it was changed
+constexpr size_t UPD_ALL = 25; // 1: everything is to be repainted
+constexpr size_t UPD_CURROW = 26;
+constexpr size_t UPD_CURCOL = 27;
+constexpr size_t UPD_SHOWN = 28; // 1 while the cursor has a visible shape
+constexpr size_t imagebytes = cellbytes + 29;
+static_assert(imagebytes == 4029);
+
+extern unsigned char *grafbuf; // the image; null before frzseg
+extern unsigned char *updflg;  // its control bytes; null for the system console, which has none
+extern uint16_t xcursor;       // the cursor of displays without a hardware cursor
+extern int32_t vgafd;          // the system console's screen, -1 while not open
+extern uint16_t speedy;        // kept for callers; nothing in the engine asks for it
+
+// The output registers.
+extern uint16_t dx;           // the position
+extern unsigned char *si;     // the address of its cell
+extern unsigned char *iscstt; // the buffer in use
+
+constexpr int ansparms = 20;
+
+// The bits of ansflg.
+constexpr uint8_t ANS_OFF = 1;    // interpretation is off: the escape character is like any other
+constexpr uint8_t ANS_ESC = 2;    // an escape character has come
+constexpr uint8_t ANS_CSI = 4;    // and its bracket
+constexpr uint8_t ANS_DIGITS = 8; // and at least one digit of a parameter
+
+// The engine's state. Only `attr` is for others; the rest belongs to screen.cpp and ansi.cpp.
+struct scrstate {
+    uint8_t attr;    // given to every cell written
+    uint8_t ansflg;  // the interpreter's state
+    uint16_t nparms; // completed parameters of the sequence that is open
+    uint8_t parms[ansparms];
+    uint16_t savpos;       // the cursor that a sequence saved
+    uint8_t lstcmd;        // the final byte of the last sequence
+    uint8_t ansatr;        // the interpreter's attribute while it is off
+    uint16_t lcpos;        // the cursor that locate saved
+    unsigned char *winbuf; // the window's buffer; null is the image
+    unsigned char *oldbuf; // the previous window's
+    uint8_t curon;         // 1: the cursor follows output; 0: parked
+    uint16_t vcpos;        // the cursor while parked
+    uint16_t offpos;       // where it was parked
+    uint16_t belprd;       // for the console's bell
+    uint8_t wleft, wtop, wright, wbottom;
+    uint8_t wscrol;         // 1: a line feed on the last line scrolls
+    uint8_t rgntop, rgnbot; // the scroll region's rows
+    uint8_t oleft, otop, oright, obottom, oscrol;
+    uint8_t efftop, effbot; // the rows that scroll, as prep4r has them
+    uint8_t cursz, ocursz;  // the cursor's shape, and the one before
+};
+
+extern scrstate curatr;
+
+// What the system console's method lends the engine. Null until that method is open: then the image
+// of that console cannot be had, and a hardware cursor is nowhere.
+struct scrdriver {
+    int32_t (*conopen)();                   // opens the console for the screen: negative: refused
+    int32_t (*getcfnt)();                   // fetches its character mapping: 0: refused
+    unsigned char *(*mapvideo)(int32_t fd); // its video memory, cellbytes at least; null: refused
+    void (*portwrite)(uint16_t port, uint8_t value);
+    uint8_t (*portread)(uint16_t port);
+};
+
+extern const scrdriver *condev;
+
+// Returns the image, creating it on the first call where the console method has it: the shared
+// segment, the system console's video memory, or a private buffer of zero bytes. Video memory that
+// cannot be had closes the console and ends the program with a line on standard error, status 255;
+// a segment that cannot be had is a catastrophe.
 unsigned char *frzseg();
 
-// Sets the cursor shape: 0 hidden, 1 underline, 2 large.
-void cursiz(int shape);
+// Asks for everything to be repainted, on the displays that keep flags.
+void unfrez();
+
+// Makes a rectangle the window: columns `left` to `right`, rows `top` to `bottom`, inclusive, of
+// the image or of the caller's `buf`, which is addressed like the whole image and needs cellbytes.
+// `scroll` 0 keeps a line feed on the last line from scrolling. Neither the cursor nor the scroll
+// region moves. The previous window is kept for rstwin, one level deep.
+void setwin(unsigned char *buf, uint8_t left, uint8_t top, uint8_t right, uint8_t bottom,
+            uint8_t scroll);
+void rstwin();
 
 // Sets the current attribute.
 void setatr(unsigned char attrib);
+
+// Switches interpretation of escape sequences. Plain and interpreted text have an attribute each:
+// switching on brings back the one that was current when it was last switched off, and cuts the
+// scroll region to the window.
+void ansion(int on);
+
+// Keep a value and return it: the print speed, the bell's value.
+uint16_t prfspd(uint16_t speed);
+uint16_t belper(uint16_t period);
+
+// Moves the cursor; reads it (the position is in dx then, too).
+void wrcurp(uint16_t pos);
+uint16_t rdcurp();
+int curcurx();
+int curcury();
+
+// Moves the cursor and keeps its old position for rstloc, one level deep.
+void locate(int column, int row);
+void rstloc();
+
+// Parks the cursor (0): output goes on from where it stands, the device's cursor stays. Activates
+// it again: the device's cursor goes to where the output ended, unless that never moved.
+void cursact(int on);
+
+// Sets a hardware cursor's first and last scan line; other displays have none.
+void defcur(int first, int last);
+
+// Sets the cursor's shape: 0 hidden, 1 (and any other) underline, 2 large; back to the one before;
+// asks for it.
+void cursiz(int shape);
+void rstcur();
+int curcurs();
+
+// For writers: the buffer in use from the window; si from iscstt and dx; the rows that scroll
+// (efftop to effbot) from the window and, with interpretation on, the scroll region.
+void supisc();
+void compsi();
+void prep4r();
 
 } // namespace plex
