@@ -1,0 +1,341 @@
+// plexrun as people use it: from a script, with files and pipes, and on a terminal.
+
+#include "libunix/daemon/child.h"
+#include "libunix/daemon/wire.h"
+#include "libunix/plumbing/csfd.h"
+#include "libunix/plumbing/prsstr.h"
+#include "libunix/plumbing/svr4fd.h"
+#include "tests/support.h"
+#include "tools/cmdline.h"
+
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <functional>
+#include <pty.h>
+#include <random>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+const std::string PLEXRUN = BUILD_DIR "/plexrun";
+
+// The arguments that the daemon makes of a command line.
+Words split(std::string line) {
+    Words words;
+    plex::rdustr(line.data());
+    for (char *w = plex::tokstr(line.data()); w != nullptr; w = plex::tokstr(nullptr)) {
+        plex::rmsurq(w);
+        plex::rmbksl(w);
+        words.emplace_back(w);
+    }
+    return words;
+}
+
+TEST(Cmdline, SplitsIntoWhatItWasMadeOf) {
+    std::mt19937 random(7);
+    const char alphabet[] = "ab\"\" \t\n'";
+    for (int i = 0; i < 20000; i++) {
+        Words args(1 + random() % 4);
+        for (std::string &arg : args) {
+            for (size_t n = random() % 6; n > 0; n--) {
+                arg += alphabet[random() % (sizeof alphabet - 1)];
+            }
+        }
+        std::string line;
+        ASSERT_EQ(plex::makeline(args, line), "");
+        ASSERT_EQ(split(line), args) << line;
+    }
+}
+
+TEST(Cmdline, Limits) {
+    struct {
+        Words args;
+        size_t size; // of the line; 0 when there is none
+    } const rows[] = {
+        {Words(49, "x"), 97},
+        {Words(50, "x"), 0},
+        {{"/bin/echo", std::string(1014, 'x')}, 1024},
+        {{"/bin/echo", std::string(1015, 'x')}, 0},
+        {{"/bin/echo", "a\\"}, 0},
+    };
+    for (const auto &r : rows) {
+        std::string line;
+        const std::string why = plex::makeline(r.args, line);
+        EXPECT_EQ(why.empty(), r.size != 0) << why;
+        EXPECT_EQ(why.empty() ? line.size() : 0, r.size);
+    }
+}
+
+// A home for the test; what plexrun makes for itself goes below tmp, which must stay empty.
+class Plexrun : public testing::Test {
+protected:
+    Plexrun() { mkdir("tmp", 0700); }
+    ~Plexrun() override {
+        std::error_code none;
+        EXPECT_TRUE(test::eventually([&] { return std::filesystem::is_empty("tmp", none); }))
+            << "plexrun left something behind";
+    }
+
+    Words env(const Words &more = {}) const {
+        Words all = {"TMPDIR=" + home.path + "/tmp", "BBSCONFIG", "BBSLOG", "BBSSTDIN"};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+
+    test::Outcome run(Words args, const std::string &input = "", const Words &more = {}) const {
+        test::spew("input", input);
+        const int in = open("input", O_RDONLY | O_CLOEXEC);
+        args.insert(args.begin(), PLEXRUN);
+        test::Program program(args, env(more), in);
+        close(in);
+        return program.wait();
+    }
+
+    test::Home home;
+};
+
+TEST_F(Plexrun, Statuses) {
+    const std::string odd = home.path + "/./odd";
+    test::spew(odd, "\x01\x02");
+    chmod(odd.c_str(), 0755);
+    struct {
+        Words args;
+        int code;
+        std::string said; // by the command, or else by plexrun
+    } const rows[] = {
+        {{"sh", "-c", "exit 7"}, 7, ""},
+        {{"--", "sh", "-c", "kill -9 $$"}, 128 + 9, ""},
+        {{"sh", "-c", "kill -TERM $$"}, 128 + 15, ""},
+        {{"echo", "a \"b\" ", "", "'"}, 0, "a \"b\"   '\r\n"},
+        {{"-c", "/bin/echo abc\"def ghi\""}, 0, "abcdef ghi\r\n"},
+        {{"-c", "/none"}, 255, "dospwn: execv failed: (2) No such file or directory\r\n"},
+        {{"-u", "-5", "pwd"}, 0, home.path + "\r\n"},
+        {{"sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"}, 1, "x\r\n0\r\n"},
+        {{"stty", "size"}, 0, "24 80\r\n"},
+        {{}, 120, "plexrun: no command (see plexrun --help)\n"},
+        {{"-u", "3000000000"}, 120, "plexrun: -u wants a number of 32 bits, not '3000000000'\n"},
+        {{"-c", "/bin/ls", "x"}, 120, "plexrun: -c has the whole command; 'x' is too much\n"},
+        {{"-c"}, 120, "plexrun: -c wants an argument (see plexrun --help)\n"},
+        {{"-x"}, 120, "plexrun: unknown option '-x' (see plexrun --help)\n"},
+        {{"ls", "a\\b"}, 121, "plexrun: no command line can carry the backslash in 'a\\b'\n"},
+        {{"-c", std::string(1025, 'x')}, 121, "plexrun: longer than 1024 bytes\n"},
+        {{"-H", ".", "ls"}, 122, "plexrun: no daemon runs in . (No such file or directory)\n"},
+        {{"./odd"}, 126, "plexrun: cannot execute " + odd + ": Exec format error\r\n"},
+        {{"./tmp"}, 126, "plexrun: ./tmp: Permission denied\n"},
+        {{"input"}, 127, "plexrun: input: command not found\n"},
+        {{"./none"}, 127, "plexrun: ./none: command not found\n"},
+    };
+    for (const auto &r : rows) {
+        const auto got = run(r.args, "", {"BBSCONFIG=x"});
+        EXPECT_EQ(got.code(), r.code);
+        EXPECT_EQ(got.out + got.err, r.said);
+    }
+    EXPECT_EQ(run({"ls"}, "", {"TMPDIR=/none"}).code(), 125);
+    EXPECT_NE(run({"true"}, "", {"BBSSTDIN="}).err.find("tcgetattr"), std::string::npos)
+        << "the template is to come from standard input";
+}
+
+TEST_F(Plexrun, InputFromAFile) {
+    std::string lines;
+    for (size_t n : {0, 3999, 4000, 4001, 4094, 4095, 4096, 8000, 8001, 70000}) {
+        lines += std::string(n, 'x') + '\n';
+    }
+    struct {
+        const char *what;
+        std::string script, input, copy;
+    } const rows[] = {
+        {"lines", "cat >copy", "one\ntwo\n", "one\ntwo\n"},
+        {"an unfinished line", "cat >copy", "one\ntwo", "one\ntwo"},
+        {"longer than a terminal's lines", "cat >copy", lines + "end", lines + "end"},
+        {"two readers", "cat >copy; cat >>copy", "one\n", "one\n"},
+        {"nothing", "cat >copy", "", ""},
+        {"a late one, who throws away what was typed before",
+         "sleep 0.1; exec python3 -c '"
+         "import termios,shutil,sys; termios.tcflush(0,termios.TCIFLUSH);"
+         "shutil.copyfileobj(sys.stdin,open(\"copy\",\"w\"))'",
+         "", ""},
+        {"a line editor, with an unfinished line", "exec bash --norc -i", "echo three >copy",
+         "three\n"},
+        {"a raw reader of everything", "stty raw; dd bs=1 count=3 of=copy 2>/dev/null", "a\nb\n",
+         "a\nb"},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        unlink("copy");
+        const auto got = run({"sh", "-c", r.script}, r.input);
+        EXPECT_EQ(got.code(), 0) << got.out.substr(0, 80) << got.err;
+        EXPECT_TRUE(test::slurp("copy") == r.copy) << test::slurp("copy").substr(0, 80);
+    }
+}
+
+TEST_F(Plexrun, OutputIsComplete) {
+    std::string want;
+    for (int i = 1; i <= 20000; i++) {
+        want += std::to_string(i) + "\r\n";
+    }
+    EXPECT_TRUE(run({"seq", "20000"}).out == want);
+    // What the command leaves in the background holds its terminal open, and cannot hold us.
+    const auto got = run({"sh", "-c", "trap '' HUP; sleep 60 & echo $!"});
+    EXPECT_EQ(got.code(), 0);
+    EXPECT_GT(atoi(got.out.c_str()), 1) << got.out;
+    kill(atoi(got.out.c_str()), SIGKILL);
+    EXPECT_EQ(run({"sh", "-c", "exec <&- >&- 2>&-; sleep 0.1; exit 3"}).code(), 3);
+
+    test::Program pipeline({"sh", "-c", "exec \"$0\" yes | head -1", PLEXRUN}, env());
+    EXPECT_EQ(pipeline.wait().out, "y\r\n");
+    test::Program full({"sh", "-c", "exec \"$0\" seq 9 >/dev/full", PLEXRUN}, env());
+    EXPECT_EQ(full.wait().code(), 125);
+}
+
+// Daemons that misbehave, and one that runs already.
+TEST_F(Plexrun, OthersDaemons) {
+    struct {
+        int32_t reply; // its kind; 0: none
+        bool passes;   // a terminal, else plain bytes
+        int code;
+    } const rows[] = {{0, false, 124},
+                      {plex::MSG_FAILED, false, 123},
+                      {plex::MSG_STARTED, false, 124},
+                      {plex::MSG_STARTED, true, 124}};
+    for (const auto &r : rows) {
+        const int listening = plex::lsnsoc(plex::ENDPOINT);
+        test::Program program({PLEXRUN, "-H", ".", "ls"}, env());
+        ASSERT_TRUE(test::readable(listening));
+        const int link = plex::acceptfd(listening);
+        EXPECT_EQ(test::take(link, sizeof(plex::servermsg)).substr(8, 1), "/");
+        const plex::clientmsg reply = {0, r.reply, 0};
+        EXPECT_GE(write(link, &reply, r.reply != 0 ? sizeof reply : 0), 0);
+        const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_TRUE(r.passes ? plex::send_fd(link, master) == 0 : write(link, "xx", 2) == 2);
+        for (const int fd : {link, master, listening}) {
+            close(fd);
+        }
+        EXPECT_EQ(program.wait().code(), r.code) << program.wait().err;
+    }
+    unlink(plex::ENDPOINT);
+    test::spew("cfg", "HOME=" + home.path + "\n");
+    test::Program daemon({BUILD_DIR "/vosterd"}, {"BBSCONFIG=" + home.path + "/cfg"});
+    ASSERT_TRUE(test::eventually([] { return test::exists(plex::ENDPOINT); }));
+    mkdir("elsewhere", 0700);
+    int silent[2];
+    ASSERT_EQ(pipe2(silent, O_CLOEXEC), 0);
+    test::Program first(
+        {"sh", "-c", "cd elsewhere; exec \"$0\" -H .. sh -c 'pwd; read x'", PLEXRUN}, env(),
+        silent[0]);
+    EXPECT_EQ(test::expect(first.out, "\r\n").substr(0, home.path.size()), home.path);
+    const auto second = run({"-H", ".", "ls"});
+    EXPECT_EQ(second.code(), 122) << second.err;
+    kill(first.pid, SIGTERM);
+    EXPECT_EQ(first.wait().code(), 128 + SIGTERM);
+    EXPECT_EQ(daemon.wait().code(), 0);
+    close(silent[0]);
+    close(silent[1]);
+}
+
+// A terminal with plexrun on it, whose settings no program would choose.
+class OnTerminal : public Plexrun {
+protected:
+    void begin(const Words &args) {
+        struct winsize size = {30, 100, 0, 0};
+        pid = forkpty(&fd, nullptr, nullptr, &size);
+        if (pid == 0) {
+            struct termios t = {};
+            tcgetattr(0, &t);
+            t.c_cc[VERASE] = '#';
+            tcsetattr(0, TCSANOW, &t);
+            setenv("TMPDIR", (home.path + "/tmp").c_str(), 1);
+            std::vector<char *> argv;
+            for (const std::string &arg : args) {
+                argv.push_back(const_cast<char *>(arg.c_str()));
+            }
+            argv.push_back(nullptr);
+            execvp(argv[0], argv.data());
+            _exit(127);
+        }
+        ASSERT_GT(pid, 0);
+    }
+    ~OnTerminal() override {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        close(fd);
+    }
+    bool raw() const {
+        struct termios t = {};
+        tcgetattr(fd, &t);
+        return (t.c_lflag & (ICANON | ECHO | ISIG)) == 0 && (t.c_oflag & OPOST) == 0;
+    }
+    void type(const std::string &text) const {
+        EXPECT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    // Its end, and the settings that it leaves; a slave of our own keeps the terminal alive.
+    int finish(int slave) {
+        int status = -1;
+        EXPECT_TRUE(test::eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; }));
+        pid = -1;
+        struct termios t = {};
+        tcgetattr(slave, &t);
+        EXPECT_TRUE((t.c_lflag & ICANON) != 0 && (t.c_oflag & OPOST) != 0 && t.c_cc[VERASE] == '#')
+            << "the terminal was not given back";
+        close(slave);
+        return status;
+    }
+    int slave() const { return open(ptsname(fd), O_RDWR | O_NOCTTY | O_CLOEXEC); }
+
+    pid_t pid = -1;
+    int fd = -1;
+};
+
+TEST_F(OnTerminal, SizeKeysAndEveryWayOut) {
+    for (const int signo : {0, SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGUSR1}) {
+        SCOPED_TRACE(signo);
+        // The first thing it does is to ask for the size.
+        begin({PLEXRUN, "sh", "-c",
+               "stty size; trap 'stty size' WINCH; trap 'echo key' INT;"
+               "echo ready; while :; do read x && exit 4; done"});
+        const int ours = slave();
+        ASSERT_NE(test::expect(fd, "\r\n").find("30 100\r\n"), std::string::npos);
+        test::expect(fd, "ready\r\n");
+        ASSERT_TRUE(test::eventually([&] { return raw(); }));
+        const struct winsize size = {40, 90, 0, 0};
+        ioctl(fd, TIOCSWINSZ, &size);
+        EXPECT_EQ(test::expect(fd, "90"), "40 90");
+        if (signo == 0) {
+            type("\x03");
+            EXPECT_NE(test::expect(fd, "key\r\n").find("key"), std::string::npos);
+            type("x\n");
+            const int status = finish(ours);
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 4) << status;
+        } else {
+            kill(pid, signo);
+            const int status = finish(ours);
+            EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signo) << status;
+        }
+        close(fd);
+    }
+    fd = -1;
+}
+
+TEST_F(OnTerminal, StopsAndContinues) {
+    test::spew("inner", "kill -TSTP $1; read x; exit 5\n");
+    test::spew("job", "echo $$ >pid; exec \"$0\" sh inner $$\n");
+    test::spew("script", "set -m\nsh -c '. ./job' " + PLEXRUN +
+                             "\nstty -a | grep -o ' icanon'; stty -a | grep -o 'erase = .'\n"
+                             "fg >/dev/null; echo code $?; stty -a | grep -o 'erase = .'\n");
+    begin({"bash", "script"});
+    const std::string stopped = test::expect(fd, "erase = #");
+    EXPECT_NE(stopped.find(" icanon"), std::string::npos) << stopped;
+    EXPECT_TRUE(test::eventually([&] { return raw(); }));
+    type("x\n");
+    EXPECT_NE(test::expect(fd, "erase = #").find("code 5"), std::string::npos);
+    finish(slave());
+}
+
+} // namespace

@@ -1,0 +1,121 @@
+#include "tools/owndaemon.h"
+
+#include "tools/cmdline.h"
+#include "tools/hostlink.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+constexpr int patience = 5000; // milliseconds for an orderly end, which takes one or two
+
+std::string because(const std::string &what) {
+    return what + ": " + strerror(errno);
+}
+
+// A directory that configuration and command lines can name as it is: no line end, no backslash,
+// and short.
+std::string tempdir() {
+    const char *dir = getenv("TMPDIR");
+    const std::string path = dir != nullptr ? dir : "";
+    const bool usable =
+        path.starts_with('/') && path.size() < 256 && path.find_first_of("\n\\") == path.npos;
+    return usable ? path : "/tmp";
+}
+
+std::string finddaemon() {
+    std::error_code none;
+    const auto self = std::filesystem::read_symlink("/proc/self/exe", none);
+    const std::string beside = self.parent_path().string() + "/vosterd";
+    return executable(beside) ? beside : findprogram("vosterd");
+}
+
+[[noreturn]] void becomedaemon(const OwnDaemon &own, const std::string &program, pid_t parent) {
+    setsid(); // what the terminal's keys send is for the command, not for its daemon
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) {
+        _exit(1);
+    }
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    setenv("BBSCONFIG", (own.home + "/plexhost.cfg").c_str(), 1);
+    execl(program.c_str(), "vosterd", static_cast<char *>(nullptr));
+    perror(program.c_str());
+    _exit(127);
+}
+
+} // namespace
+
+std::string makehome(OwnDaemon &own) {
+    std::string path = tempdir() + "/plexrun.XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) {
+        return because("cannot make a directory in " + tempdir());
+    }
+    own.home = path;
+    const std::string name = path + "/plexhost.cfg";
+    FILE *cfg = fopen(name.c_str(), "we");
+    if (cfg == nullptr || fprintf(cfg, "HOME=%s\n", path.c_str()) < 0 || fclose(cfg) != 0) {
+        return because("cannot write " + name);
+    }
+    return "";
+}
+
+std::string startdaemon(OwnDaemon &own) {
+    const std::string program = finddaemon();
+    if (program.empty()) {
+        return because("cannot find vosterd");
+    }
+    const pid_t parent = getpid();
+    own.pid = fork();
+    if (own.pid == 0) {
+        becomedaemon(own, program, parent);
+    }
+    return own.pid < 0 ? because("cannot start vosterd") : "";
+}
+
+int joindaemon(OwnDaemon &own) {
+    own.link = hostopen(own.home.c_str());
+    if (own.link >= 0) {
+        return 1;
+    }
+    if (waitpid(own.pid, nullptr, WNOHANG) == 0) {
+        return 0;
+    }
+    own.pid = -1;
+    return -1;
+}
+
+void stopdaemon(OwnDaemon &own) {
+    if (own.pid > 0) {
+        if (own.link < 0) {
+            kill(own.pid, SIGTERM); // it waits for a host that will not come
+        } else {
+            close(own.link);
+        }
+        for (int ms = 0; waitpid(own.pid, nullptr, WNOHANG) == 0; ms++) {
+            if (ms == patience) {
+                kill(own.pid, SIGKILL);
+            }
+            poll(nullptr, 0, 1);
+        }
+    }
+    if (!own.home.empty()) {
+        std::error_code ignored;
+        std::filesystem::remove_all(own.home, ignored);
+    }
+    own = {};
+}
+
+} // namespace plex
