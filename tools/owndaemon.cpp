@@ -72,8 +72,10 @@ std::string makehome(OwnDaemon &own) {
     return "";
 }
 
-std::string startdaemon(OwnDaemon &own) {
-    const std::string program = finddaemon();
+std::string startdaemon(OwnDaemon &own, std::string program) {
+    if (program.empty()) {
+        program = finddaemon();
+    }
     if (program.empty()) {
         return because("cannot find vosterd");
     }

@@ -16,10 +16,10 @@ struct OwnDaemon {
 // went wrong.
 std::string makehome(OwnDaemon &own);
 
-// Starts the vosterd that stands beside this program, else the first along PATH, in that home: in a
-// session of its own, with no signal blocked, ended by the kernel should this process vanish.
-// Returns as above.
-std::string startdaemon(OwnDaemon &own);
+// Starts `program`, or when it is empty the vosterd that stands beside this program, else the first
+// along PATH, in that home: in a session of its own, with no signal blocked, ended by the kernel
+// should this process vanish. Returns as above.
+std::string startdaemon(OwnDaemon &own, std::string program = "");
 
 // Tries to connect to it: 1 when `link` is the connection, 0 when it is not ready yet, -1 when it
 // has ended instead.
