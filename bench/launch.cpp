@@ -46,6 +46,19 @@ double since(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+// Processor time of this process and of all that it started and saw end, in seconds.
+double processor() {
+    double sum = 0;
+    for (const int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        rusage usage = {};
+        getrusage(who, &usage);
+        for (const timeval &t : {usage.ru_utime, usage.ru_stime}) {
+            sum += static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+        }
+    }
+    return sum;
+}
+
 double quantile(std::vector<double> values, double q) {
     std::sort(values.begin(), values.end());
     return values[static_cast<size_t>(q * static_cast<double>(values.size() - 1))];
@@ -98,8 +111,8 @@ int descriptor() {
     return fd;
 }
 
-double floorrate(int count) {
-    FILE *out = popen((FLOOR + " " + EXIT0 + " " + std::to_string(count)).c_str(), "re");
+double nobroker(int count, std::vector<double> &) {
+    FILE *out = popen(("exec " + FLOOR + " " + EXIT0 + " " + std::to_string(count)).c_str(), "re");
     double rate = 0;
     if (out == nullptr || fscanf(out, "%lf", &rate) != 1 || pclose(out) != 0) {
         fail("the floor failed");
@@ -203,12 +216,26 @@ void memory() {
            running, full, (full - idle) * 1024 / running);
 }
 
-void row(const char *what, const std::vector<double> &rates, double base,
-         const std::vector<double> &waits) {
-    const double rate = quantile(rates, 0.5);
-    printf("%-28s %8.0f %7.2f", what, rate, rate / base);
-    if (!waits.empty()) {
-        printf(" %8.0f %8.0f", quantile(waits, 0.5) * 1e6, quantile(waits, 0.99) * 1e6);
+// One way of launching, over all rounds.
+struct Way {
+    const char *what;
+    std::vector<double> rates{}; // launches per second
+    std::vector<double> costs{}; // processor seconds for one
+    std::vector<double> waits{}; // seconds from request to descriptor
+};
+
+template <typename Launcher> void measure(Way &way, int count, Launcher launcher) {
+    const double before = processor();
+    way.rates.push_back(launcher(count, way.waits));
+    way.costs.push_back((processor() - before) / count);
+}
+
+void print(const Way &way, const Way &base) {
+    const double rate = quantile(way.rates, 0.5);
+    printf("%-26s %8.0f %7.2f %11.0f", way.what, rate, rate / quantile(base.rates, 0.5),
+           quantile(way.costs, 0.5) * 1e6);
+    if (!way.waits.empty()) {
+        printf(" %11.0f %7.0f", quantile(way.waits, 0.5) * 1e6, quantile(way.waits, 0.99) * 1e6);
     }
     putchar('\n');
 }
@@ -231,31 +258,29 @@ int main(int argc, char **argv) {
     sched_getaffinity(0, sizeof cores, &cores);
     const bool two = CPU_COUNT(&cores) > 1;
 
-    std::vector<double> floor1;
-    std::vector<double> floor2;
-    std::vector<double> one;
-    std::vector<double> many;
-    std::vector<double> onewaits;
-    std::vector<double> manywaits;
+    Way floor1 = {"one core   no broker"};
+    Way one = {"           one at a time"};
+    Way floor2 = {"two cores  no broker"};
+    Way many = {"           8 in flight"};
     for (int i = 0; i < rounds; i++) {
         confine(cores, 1);
-        floor1.push_back(floorrate(count));
-        one.push_back(onebyone(count, onewaits));
+        measure(floor1, count, nobroker);
+        measure(one, count, onebyone);
         if (two) {
             confine(cores, 2);
-            floor2.push_back(floorrate(count));
-            many.push_back(several(count, manywaits));
+            measure(floor2, count, nobroker);
+            measure(many, count, several);
         }
     }
-    const double base1 = quantile(floor1, 0.5);
-    printf("medians of %d rounds of %d launches     request to descriptor, us\n", rounds, count);
-    printf("%-28s %8s %7s %8s %8s\n", "", "per s", "ratio", "p50", "p99");
-    row("one core   no broker", floor1, base1, {});
-    row("           one at a time", one, base1, onewaits);
+    printf("medians of %d rounds of %d launches\n", rounds, count);
+    printf("%-26s %8s %7s %11s %19s\n", "", "", "of the", "processor", "request to");
+    printf("%-26s %8s %7s %11s %19s\n", "", "", "floor's", "time of one", "descriptor, us");
+    printf("%-26s %8s %7s %11s %11s %7s\n", "", "per s", "rate", "us", "p50", "p99");
+    print(floor1, floor1);
+    print(one, floor1);
     if (two) {
-        const double base2 = quantile(floor2, 0.5);
-        row("two cores  no broker", floor2, base2, {});
-        row("           8 in flight", many, base2, manywaits);
+        print(floor2, floor2);
+        print(many, floor2);
     } else {
         puts("two cores  not measured: there is one");
     }
