@@ -22,4 +22,7 @@
 #include "libunix/runtime/process.h"
 #include "libunix/runtime/text.h"
 #include "libunix/runtime/tiles.h"
+#include "libunix/screen/ansi.h"
+#include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"
+#include "libunix/screen/scroll.h"

@@ -10,8 +10,8 @@
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/process.h"
+#include "libunix/screen/registers.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -307,18 +307,11 @@ void supisc() {
 }
 
 void compsi() {
-    // A cursor may stand outside the buffer, and si with it; nothing is stored through it there.
-    const unsigned cell = static_cast<unsigned>(dx >> 8) * scrcols + (dx & 0xFF);
-    si = reinterpret_cast<unsigned char *>(reinterpret_cast<uintptr_t>(iscstt) + 2 * cell);
+    settle(dx);
 }
 
 void prep4r() {
-    curatr.efftop = curatr.wtop;
-    curatr.effbot = curatr.wbottom;
-    if ((curatr.ansflg & ANS_OFF) == 0) {
-        curatr.efftop = std::max(curatr.wtop, curatr.rgntop);
-        curatr.effbot = std::min(curatr.wbottom, curatr.rgnbot);
-    }
+    scrollrows();
 }
 
 } // namespace plex

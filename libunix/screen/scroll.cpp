@@ -1,0 +1,160 @@
+// A window as wide as the screen is one block of memory, and scrolls as one; so does the common
+// case of the whole screen. Any other window is moved row by row between its columns.
+
+#include "libunix/screen/scroll.h"
+
+#include "libunix/console/trm.h"
+#include "libunix/screen/registers.h"
+
+#include <array>
+#include <cstring>
+
+namespace plex {
+namespace {
+
+// Fills `len` bytes, one block at least and `most` at most, with blocks that overlap where `len` is
+// no multiple. The number of blocks is fixed: lengths vary in a way that no branch can foretell.
+template <size_t size, size_t most>
+void fill(unsigned char *to, size_t len, const std::array<unsigned char, 32> &block) {
+    for (size_t i = 0; i < most; i += size) {
+        memcpy(to + std::min(i, len - size), block.data(), size);
+    }
+}
+
+// Blank cells, of one row, from the offset `at` on.
+void blank(size_t at, int count) {
+    if (count <= 0 || at >= cellbytes) {
+        return;
+    }
+    const size_t len = std::min(2 * static_cast<size_t>(count), cellbytes - at);
+    std::array<unsigned char, 32> block;
+    for (size_t i = 0; i < block.size(); i += 2) {
+        block[i] = ' ';
+        block[i + 1] = curatr.attr;
+    }
+    unsigned char *to = iscstt + at;
+    if (len >= 32) {
+        fill<32, rowbytes>(to, len, block);
+    } else if (len >= 8) {
+        fill<8, 32>(to, len, block);
+    } else {
+        fill<2, 8>(to, len, block);
+    }
+}
+
+size_t rowstart(int row) {
+    return static_cast<size_t>(row) * rowbytes + 2U * curatr.wleft;
+}
+
+void blankrow(int row) {
+    blank(rowstart(row), winwidth());
+    mark(row);
+}
+
+// Moves the scroll rows by one: up (`by` 1) or down (-1), and blanks the row that this frees. A
+// window that shares no row with the scroll region has nothing to move.
+void scroll(int by) {
+    const int top = curatr.efftop;
+    const int bottom = curatr.effbot;
+    const int freed = by > 0 ? bottom : top;
+    if (top < bottom && winwidth() > 0) {
+        if (winwidth() == scrcols) {
+            unsigned char *rows = iscstt + static_cast<size_t>(top) * rowbytes;
+            const size_t len = static_cast<size_t>(bottom - top) * rowbytes;
+            memmove(by > 0 ? rows : rows + rowbytes, by > 0 ? rows + rowbytes : rows, len);
+        } else {
+            const auto len = 2 * static_cast<size_t>(winwidth());
+            for (int r = by > 0 ? top : bottom; r != freed; r += by) {
+                memcpy(iscstt + rowstart(r), iscstt + rowstart(r + by), len);
+            }
+        }
+        if (keepsflags()) {
+            memset(updflg + top, 1, static_cast<size_t>(bottom - top + 1));
+        }
+    }
+    blankrow(freed);
+}
+
+} // namespace
+
+void docr() {
+    settle(position(dxrow(), curatr.wleft));
+}
+
+void donewl() {
+    scrollrows();
+    int row = dxrow() + 1;
+    if (row > curatr.effbot) {
+        row = curatr.effbot;
+        if (curatr.wscrol != 0) {
+            scroll(1);
+        }
+    }
+    settle(position(row, curatr.wleft));
+}
+
+void dorevl() {
+    scrollrows();
+    int row = dxrow();
+    if (row != curatr.efftop) {
+        row++; // down, deliberately: only at the top is it the reverse of a line feed
+    } else if (curatr.wscrol != 0) {
+        scroll(-1);
+    }
+    settle(position(row, curatr.wleft));
+}
+
+void ffeed() {
+    scrollrows();
+    int row = curatr.efftop;
+    do {
+        blankrow(row++);
+    } while (row <= curatr.effbot);
+    settle(position(curatr.efftop, curatr.wleft));
+}
+
+void doback() {
+    scrollrows();
+    if (dxcol() == curatr.wleft) {
+        if (dxrow() == curatr.efftop) {
+            return;
+        }
+        settle(position(dxrow() - 1, curatr.wright + 1));
+    }
+    si = address(si, -2);
+    if (offset() < cellbytes) {
+        *si = ' ';
+    }
+    mark(dxrow());
+    dx--;
+}
+
+void dobell() {
+    trmbel(curatr.belprd);
+}
+
+void ceolut() {
+    blank(offset(), curatr.wright - dxcol() + 1);
+    mark(dxrow());
+}
+
+void clreol() {
+    supisc();
+    rdcurp();
+    compsi();
+    ceolut();
+}
+
+void ceoscn() {
+    const uint16_t saved = dx;
+    scrollrows();
+    ceolut();
+    int row = dxrow() + 1;
+    for (; row <= curatr.effbot; row++) {
+        blankrow(row);
+    }
+    settle(position(row, curatr.wleft));
+    dx = saved; // si stays where the clearing ended: programs rely on where their text then goes
+}
+
+} // namespace plex
