@@ -2,6 +2,7 @@
 #pragma once
 
 #include "libsrc/catastro/catastro.h"
+#include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/dates.h"
 #include "libsrc/common/memory.h"

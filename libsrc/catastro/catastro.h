@@ -1,12 +1,43 @@
-// The last resort: a condition that a routine cannot recover from ends the program here.
+// The last resort: a condition that a routine cannot recover from ends the program here. The
+// message goes to the log, into a pop-up on the screen, and with date and time to the end of
+// "CATASTRO.TXT" in the working directory; then the console is given back and the program ends: by
+// SIGQUIT, for a core image, unless `nocore` is set, else with status 90. A catastrophe while one
+// is being handled ends it at once with status 80.
+//
+// It works with any console method and with none chosen yet (the screen is then one that nobody
+// sees).
 #pragma once
+
+#include <csetjmp>
 
 namespace plex {
 
-// Reports the message, formatted as printf does, and ends the program.
+extern int nocore;                         // non-zero: no core image
+extern void (*catrpt)(const char *filnam); // called with the report's name once it is written
+extern jmp_buf disaster;                   // where a program that recovers would go on
+
+// Reports the message, formatted as printf does and cut at 1023 bytes. Where it is shown and
+// written it is used as a format again, without arguments: "%%" becomes "%".
 [[noreturn]] void catastro(const char *string, ...) __attribute__((format(printf, 1, 2)));
 
-// The same for exhausted memory.
+// The same for exhausted memory: waits for a key, and takes no core of state into the report.
 [[noreturn]] void memcata();
+
+// The way out: ends the program, with the pop-up shown first if nothing has been shown yet.
+[[noreturn]] void cataexit();
+
+// The steps, for programs that put their own together. catachk ends the program; the jumps to
+// `disaster` behind its calls are for one whose policy is another.
+void dblcat();                               // counts; ends the program when it is not the first
+void catachk();                              // the end, after the first
+void catamsg(int blink, const char *string); // pop-up, message and report
+void pupwin(int blink);                      // the pop-up alone; the window is its inside then
+void dftrpt(const char *filnam);             // what catrpt is at first: does nothing
+
+// Hooks. Each is a module of its own, so that a program can link another.
+const char *catfix1(); // names the program's state, for the report; ours is empty
+const char *catfix2(); // names the message that was read last
+void rptphs();         // called while the report is open; does nothing
+void clsisam();        // closes the record files that are open; we have none
 
 } // namespace plex
