@@ -70,13 +70,16 @@ TEST_F(Daemon, TerminalTemplate) {
     }
     EXPECT_EQ(output(1, probe + " terminal"),
               std::string(want) + " speed=13,13 size=24,80,100,100\r\n");
-    // And as people see it: ^A ends the input, ^C interrupts.
+    // And as people see it: ^A ends the input, ^C interrupts. What is typed before the command has
+    // opened its terminal counts, by these settings.
     int fd = run(2, "/bin/cat");
     EXPECT_EQ(write(fd, "hi\n\x01", 4), 4);
     EXPECT_EQ(test::drain(fd), "hi\r\nhi\r\n");
     close(fd);
     EXPECT_EQ(record(), "2,-3,0");
     fd = run(3, "/bin/cat");
+    EXPECT_EQ(write(fd, "x\n", 2), 2);
+    EXPECT_EQ(test::expect(fd, "x\r\nx\r\n"), "x\r\nx\r\n"); // it has the terminal now
     EXPECT_EQ(write(fd, "\x03", 1), 1);
     EXPECT_EQ(record(), show({3, -3, SIGINT}));
     close(fd);

@@ -1,16 +1,16 @@
 // Privilege is raised around the device operations alone: on systems where the slave has to be
 // given to its user they need it, and a daemon installed set-user-id root has it to give.
 //
-// The child sets its terminal up, and the parent hands the other end of it away: to a host that may
-// write to it or change its size at once. So the parent waits until the settings are in place; else
-// early input would be read under the driver's settings, and a new size would be overwritten.
+// The parent hands the master away, to a host that may write to it or change its size at once. If
+// the child alone set the terminal up, early input would be read under the driver's settings and a
+// new size be overwritten. A master reaches its slave's settings, so they are made before the fork;
+// where that is refused the child makes them, and tells of a failure by its exit status.
 
 #include "libunix/plumbing/pty.h"
 
 #include "libsrc/common/text.h"
 #include "libunix/runtime/process.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -30,26 +30,6 @@ namespace {
     exit(status);
 }
 
-// A pipe whose write end the child closes, or loses by its end: -1 where none could be had, and
-// then the parent does not wait.
-struct Ready {
-    int fds[2] = {-1, -1};
-
-    void shut(int end) {
-        if (fds[end] >= 0) {
-            close(fds[end]);
-            fds[end] = -1;
-        }
-    }
-    void wait() {
-        shut(1);
-        char none;
-        while (fds[0] >= 0 && read(fds[0], &none, 1) < 0 && errno == EINTR) {
-        }
-        shut(0);
-    }
-};
-
 // A fork that leaves out what the C library does for programs with threads: its own locks' handlers
 // write to pages that parent and child then have to copy, a tenth of what a launch costs. There is
 // one thread here, so no lock can be held.
@@ -63,7 +43,7 @@ pid_t forkchild() {
 
 // The child's part: a session, the slave, and the slave as descriptors 0, 1 and 2.
 void takeslave(int fdm, const char *pts_name, const struct termios *slave_termios,
-               const struct winsize *slave_winsize, Ready &ready) {
+               const struct winsize *slave_winsize) {
     if (setsid() < 0) {
         giveup("pty_fork:setsid()", -1, {});
     }
@@ -84,8 +64,6 @@ void takeslave(int fdm, const char *pts_name, const struct termios *slave_termio
             giveup("pty_fork:ioctl(TIOCSWINSZ)", -5, {fds});
         }
     }
-    ready.shut(0);
-    ready.shut(1);
     if (dup2(fds, STDIN_FILENO) != STDIN_FILENO) {
         giveup("pty_fork:dup2(STDIN_FILENO)", -6, {fds});
     }
@@ -151,23 +129,20 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
     if (slave_name != nullptr) {
         stzcpy(slave_name, pts_name, PTYNAME);
     }
-    Ready ready;
-    if (pipe2(ready.fds, O_CLOEXEC) < 0) {
-        ready = {};
+    if (slave_termios != nullptr && tcsetattr(fdm, TCSANOW, slave_termios) == 0 &&
+        ioctl(fdm, TIOCSWINSZ, slave_winsize) == 0) {
+        slave_termios = nullptr; // nothing is left to the child
     }
     const pid_t pid = forkchild();
     if (pid < 0) {
         perror("pty_fork:fork()");
-        ready.shut(0);
-        ready.shut(1);
         return -2; // deliberately no clean-up: the master is not reported and stays open
     }
     if (pid > 0) {
-        ready.wait();
         *ptrfdm = fdm;
         return pid;
     }
-    takeslave(fdm, pts_name, slave_termios, slave_winsize, ready);
+    takeslave(fdm, pts_name, slave_termios, slave_winsize);
     return 0;
 }
 
