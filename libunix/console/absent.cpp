@@ -19,7 +19,6 @@ constexpr trmhdl absent = {refuse, nothing, nothing, nothing, ignore, ignore};
 
 } // namespace
 
-const trmhdl rx11trm = absent;
 const trmhdl dx11trm = absent;
 const trmhdl unxwretrm = absent;
 

@@ -1,0 +1,170 @@
+// The remote console link: the screen image lies in shared memory and a viewer process of the same
+// user shows it; keys come from the viewer over a local stream socket in the working directory.
+//
+// The viewer sends four-byte integers in the machine's order: its process id, then a key code each,
+// at the end perhaps -1. It gets no answer: SIGUSR1 tells it to go. One viewer at a time, and a
+// newcomer takes the console over. Everything happens within the program's own polls.
+
+#include "libsrc/common/text.h"
+#include "libunix/console/trm.h"
+#include "libunix/runtime/log.h"
+#include "libunix/screen/screen.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <ctime>
+#include <poll.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+constexpr char endpoint[] = "plexhost.console";
+constexpr int32_t leaving = -1;      // what a viewer sends in place of a key when it goes
+constexpr int64_t announcems = 1000; // a client that says nothing must not stop the program longer
+
+int32_t syssoc = -1; // listens; -1: closed
+int32_t kbdfd = -1;  // the viewer's connection; -1: none
+int32_t pid = -1;    // what the current or last viewer announced; -1: nothing
+int32_t curchr;      // the last key
+int32_t curscn;      // non-zero while it has not been taken
+fd_set crfds;        // syssoc and kbdfd
+
+int64_t milliseconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+// Drops the viewer. Its process id is deliberately kept: every later drop signals it again, and
+// viewers rely on being told once more.
+void clsxcon() {
+    if (kbdfd >= 0) {
+        FD_CLR(kbdfd, &crfds);
+        close(kbdfd);
+        kbdfd = -1;
+    }
+    // Zero and below would name process groups, our own among them.
+    if (pid > 0) {
+        kill(pid, SIGUSR1);
+    }
+}
+
+int32_t xopen() {
+    syssoc = socket(AF_UNIX, SOCK_STREAM, 0);
+    if (syssoc < 0) {
+        return -1;
+    }
+    sockaddr_un addr = {};
+    addr.sun_family = AF_UNIX;
+    stzcpy(addr.sun_path, endpoint, sizeof addr.sun_path);
+    constexpr auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + sizeof endpoint);
+    unlink(endpoint);
+    if (bind(syssoc, reinterpret_cast<const sockaddr *>(&addr), len) < 0) {
+        inform("xopen:bind() %s\n", strerror(errno));
+        return -1;
+    }
+    listen(syssoc, 1);
+    FD_ZERO(&crfds);
+    if (syssoc >= FD_SETSIZE) {
+        return -1; // no set can hold it
+    }
+    FD_SET(syssoc, &crfds);
+    return syssoc;
+}
+
+int32_t xclose() {
+    if (syssoc >= 0) {
+        FD_CLR(syssoc, &crfds);
+        close(syssoc);
+        syssoc = -1;
+        unlink(endpoint);
+    }
+    clsxcon();
+    return 0;
+}
+
+// Waits for the new viewer's process id. False unless it came, whole, in one piece and in time.
+bool announced() {
+    const int64_t deadline = milliseconds() + announcems;
+    pollfd viewer = {kbdfd, POLLIN, 0};
+    int ready = 0;
+    do {
+        const int64_t left = std::max(deadline - milliseconds(), int64_t{0});
+        ready = poll(&viewer, 1, static_cast<int>(left));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0 && recv(kbdfd, &pid, sizeof pid, 0) == sizeof pid;
+}
+
+void takeviewer() {
+    clsxcon();
+    sockaddr_un client = {};
+    socklen_t clilen = sizeof client;
+    kbdfd = accept(syssoc, reinterpret_cast<sockaddr *>(&client), &clilen);
+    if (kbdfd < 0) {
+        return;
+    }
+    if (kbdfd >= FD_SETSIZE || !announced()) {
+        pid = -1;
+        close(kbdfd);
+        kbdfd = -1;
+        return;
+    }
+    FD_SET(kbdfd, &crfds);
+}
+
+// One poll. A newcomer never yields a key in the poll that accepts it.
+int32_t xpress() {
+    if (curscn != 0) {
+        return 1;
+    }
+    if (syssoc == -1) {
+        return 0;
+    }
+    fd_set rfds = crfds;
+    timeval immed = {0, 0};
+    if (select(std::max(syssoc, kbdfd) + 1, &rfds, nullptr, nullptr, &immed) <= 0) {
+        return 0;
+    }
+    if (kbdfd >= 0 && FD_ISSET(kbdfd, &rfds)) {
+        const ssize_t nread = read(kbdfd, &curchr, sizeof curchr);
+        if (curchr == leaving || nread == 0) {
+            clsxcon();
+            return 0;
+        }
+        // Anything else is a key, deliberately also a short or failed read: the bytes that did not
+        // come are those of the key before.
+        curscn = 1;
+        return 1;
+    }
+    if (FD_ISSET(syssoc, &rfds)) {
+        takeviewer();
+    }
+    return 0;
+}
+
+// A busy loop by design: nothing else wakes the program when a key comes.
+int32_t xread() {
+    while (xpress() == 0) {
+    }
+    curscn = 0;
+    return curchr;
+}
+
+void xupdate(int32_t /*force*/) {
+    unfrez();
+}
+
+void xbell(int32_t /*pitch*/) {}
+
+} // namespace
+
+const trmhdl rx11trm = {xopen, xclose, xread, xpress, xupdate, xbell};
+
+} // namespace plex
