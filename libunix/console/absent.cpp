@@ -19,7 +19,6 @@ constexpr trmhdl absent = {refuse, nothing, nothing, nothing, ignore, ignore};
 
 } // namespace
 
-const trmhdl dx11trm = absent;
 const trmhdl unxwretrm = absent;
 
 } // namespace plex
