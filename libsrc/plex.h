@@ -10,6 +10,7 @@
 #include "libunix/common/bytord.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
+#include "libunix/console/keycode.h"
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/prsstr.h"
