@@ -1,0 +1,173 @@
+// conshow: shows ANSI pictures on a console and the codes of the keys that come from it. It tries a
+// console method out; the setting BBSDISP chooses which.
+
+#include "libsrc/plex.h"
+#include "tools/play.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+
+namespace plex {
+namespace {
+
+constexpr int32_t enter = 0x0D;
+constexpr int32_t escape = 0x1B;
+constexpr unsigned keypause = 10000; // microseconds between two looks at the keyboard
+
+constexpr char usage[] = "usage: conshow [-n NAME] [FILE.ans...]\n";
+
+constexpr char welcome[] =
+    "\033[2;5H\033[1;36mconshow\033[0m tries a console out."
+    "\033[4;5HGive it files with ANSI pictures to see them here. Each key that you press"
+    "\033[5;5Hshows its code in the last row: the character's code, or the scan code of"
+    "\033[6;5Han extended key over a zero byte."
+    "\033[8;5H\033[30;40m\333\333\333\033[34m\333\333\333\033[32m\333\333\333\033[36m\333\333\333"
+    "\033[31m\333\333\333\033[35m\333\333\333\033[33m\333\333\333\033[37m\333\333\333"
+    "\033[9;5H\033[1;30m\333\333\333\033[34m\333\333\333\033[32m\333\333\333\033[36m\333\333\333"
+    "\033[31m\333\333\333\033[35m\333\333\333\033[33m\333\333\333\033[37m\333\333\333\033[0m"
+    "\033[11;5H";
+
+volatile sig_atomic_t stopped; // by a signal
+
+void stop(int /*signo*/) {
+    stopped = 1;
+}
+
+[[noreturn]] void fail(const char *what) {
+    fprintf(stderr, "conshow: %s: %s\n", what, strerror(errno));
+    exit(1);
+}
+
+// Found before the console opens: afterwards there is nowhere good to say it.
+void checkfile(const char *path) {
+    FILE *file = fopen(path, "re");
+    if (file == nullptr || (fgetc(file) == EOF && ferror(file) != 0)) {
+        fail(path);
+    }
+    fclose(file);
+}
+
+// A segment that some other program left too small would be a catastrophe before there is a screen
+// to show it on.
+void checksegment() {
+    const auto key = static_cast<key_t>(getuid() + 1);
+    if ((dsptyp & DSP_REMOTE) != 0 && shmget(key, imagebytes, 0) < 0 && errno == EINVAL) {
+        clstrm();
+        fprintf(stderr,
+                "conshow: the shared memory with the key %d is too small for a screen; "
+                "remove it with: ipcrm -M %d\n",
+                static_cast<int>(key), static_cast<int>(key));
+        exit(1);
+    }
+}
+
+// Tells in the last row what key came. The picture's own attribute, cursor and open sequence stay.
+void showkey(bool any, int32_t key) {
+    char text[scrcols + 1];
+    int n = 0;
+    if (any) {
+        n = snprintf(text, sizeof text, " Key 0x%04X", static_cast<unsigned>(key));
+        if (key > ' ' && key < 0x7F) {
+            n += snprintf(text + n, sizeof text - static_cast<size_t>(n), " \"%c\"", key);
+        }
+        if (lascan() == 0) {
+            n += snprintf(text + n, sizeof text - static_cast<size_t>(n), " by its number");
+        }
+    }
+    snprintf(text + n, sizeof text - static_cast<size_t>(n), "%*s", scrcols - n,
+             "Enter: next picture   F10: a catastrophe   Esc: end ");
+    ansion(0);
+    setwin(nullptr, 0, scrrows - 1, scrcols - 1, scrrows - 1, 0);
+    locate(0, scrrows - 1);
+    setatr(0x70);
+    unxprntf("%s", text);
+    rstwin();
+    rstloc();
+    ansion(1);
+}
+
+// The next key, or Esc when a signal asked to end.
+int32_t nextkey() {
+    while (stopped == 0) {
+        if (kbhit() != 0) {
+            return getchc();
+        }
+        delay(keypause); // getchc would wait in a busy loop
+    }
+    return escape;
+}
+
+// Shows keys until one goes on to the next picture: false when it ends the program instead.
+bool showkeys() {
+    showkey(false, 0);
+    for (;;) {
+        const int32_t key = nextkey();
+        if (stopped != 0 || key == escape) {
+            return false;
+        }
+        showkey(true, key);
+        if (key == enter) {
+            return true;
+        }
+        if (key == CODE_F10) {
+            catastro("This is what a catastrophe looks like.");
+        }
+    }
+}
+
+void show(int nfiles, char **files) {
+    int at = 0;
+    do {
+        ansion(1);
+        unxprntf("\033[0m\033[2J");
+        if (nfiles == 0) {
+            unxprntf("%s", welcome);
+        } else if (!playfile(files[at])) {
+            unxprntf("%s: %s\r\n", files[at], strerror(errno));
+        }
+        at = at + 1 < nfiles ? at + 1 : 0;
+    } while (dsptyp == DSP_NULL ? at != 0 : showkeys()); // no key ever comes from the null console
+}
+
+} // namespace
+} // namespace plex
+
+int main(int argc, char **argv) {
+    const char *name = "conshow";
+    for (int option = 0; (option = getopt(argc, argv, "+n:h")) != -1;) {
+        switch (option) {
+        case 'n':
+            name = optarg;
+            break;
+        case 'h':
+            fputs(plex::usage, stdout);
+            return 0;
+        default:
+            fputs(plex::usage, stderr);
+            return 2;
+        }
+    }
+    for (int i = optind; i < argc; i++) {
+        plex::checkfile(argv[i]);
+    }
+    plex::bgnlog("conshow.log");
+    plex::opntrm(0, name);
+    plex::checksegment();
+    plex::frzseg();
+    for (const int signo : {SIGINT, SIGTERM, SIGHUP}) {
+        plex::usignal(signo, plex::stop);
+    }
+    if ((plex::dsptyp & plex::DSP_REMOTE) != 0) {
+        puts("conshow: plexview in this directory shows this console.");
+        fflush(stdout);
+    }
+    plex::show(argc - optind, argv + optind);
+    plex::clstrm();
+    return 0;
+}
