@@ -29,6 +29,6 @@ need() {
 }
 
 # What it takes to build.
-BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
 # What the tests drive or are built from.
 TEST_PACKAGES=(googletest python3 bash)

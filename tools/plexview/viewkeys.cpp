@@ -1,0 +1,164 @@
+// Alt comes as an escape character in front of the key. Function and cursor keys with modifiers
+// come as the same sequences from all terminals that send them at all, but few terminal
+// descriptions name these, so they are defined here.
+
+#include "tools/plexview/viewkeys.h"
+
+#include "libunix/console/keycode.h"
+#include "tools/plexview/cp437.h"
+
+#include <array>
+#include <cstdio>
+#include <curses.h>
+
+namespace plex {
+namespace {
+
+constexpr int32_t escape = 0x1B;
+constexpr int32_t backspace = 0x08;
+constexpr int32_t del = 0x7F; // what the backspace key of most terminals sends
+
+// A key's sequence is ESC [ 1 ; modifier final, or ESC [ number ; modifier ~.
+struct special {
+    int number;
+    char final;
+    int32_t code;
+};
+
+constexpr std::array specials = {
+    special{1, 'A', 0x4800},  special{1, 'B', 0x5000},  special{1, 'C', 0x4D00},
+    special{1, 'D', 0x4B00},  special{1, 'H', 0x4700},  special{1, 'F', 0x4F00},
+    special{2, '~', 0x5200},  special{3, '~', 0x5300},  special{5, '~', 0x4900},
+    special{6, '~', 0x5100},  special{1, 'P', 0x3B00},  special{1, 'Q', 0x3C00},
+    special{1, 'R', 0x3D00},  special{1, 'S', 0x3E00},  special{15, '~', 0x3F00},
+    special{17, '~', 0x4000}, special{18, '~', 0x4100}, special{19, '~', 0x4200},
+    special{20, '~', 0x4300}, special{21, '~', 0x4400},
+};
+
+struct modifier {
+    int number;
+    int32_t func; // what it adds to a function key
+};
+
+constexpr std::array modifiers = {modifier{2, SHIFTFUNC}, modifier{3, ALTFUNC},
+                                  modifier{5, CTRLFUNC}};
+constexpr int ctrl = 5;
+constexpr int alt = 3;
+
+// Codes of the defined sequences, behind those of the terminal library.
+constexpr int firstcode = KEY_MAX + 1;
+
+int32_t withmodifier(int32_t plain, const modifier &m) {
+    if (plain >= CODE_F1 && plain <= CODE_F10) {
+        return plain + m.func;
+    }
+    if (m.number == ctrl) {
+        return ctrlcursor(plain) != 0 ? ctrlcursor(plain) : plain;
+    }
+    return m.number == alt ? 0 : plain;
+}
+
+// A key that the terminal library knows.
+int32_t named(int c) {
+    const int defined = c - firstcode;
+    if (defined >= 0 && defined < static_cast<int>(specials.size() * modifiers.size())) {
+        const auto i = static_cast<size_t>(defined);
+        return withmodifier(specials[i / modifiers.size()].code, modifiers[i % modifiers.size()]);
+    }
+    if (c > KEY_F(0) && c <= KEY_F(10)) {
+        return CODE_F1 + (c - KEY_F(1)) * 0x100;
+    }
+    if (c > KEY_F(12) && c <= KEY_F(22)) { // F1 to F10 with Shift
+        return CODE_F1 + SHIFTFUNC + (c - KEY_F(13)) * 0x100;
+    }
+    switch (c) {
+    case KEY_HOME:
+        return 0x4700;
+    case KEY_UP:
+        return 0x4800;
+    case KEY_PPAGE:
+        return 0x4900;
+    case KEY_LEFT:
+        return 0x4B00;
+    case KEY_RIGHT:
+        return 0x4D00;
+    case KEY_END:
+        return 0x4F00;
+    case KEY_DOWN:
+        return 0x5000;
+    case KEY_NPAGE:
+        return 0x5100;
+    case KEY_IC:
+        return 0x5200;
+    case KEY_DC:
+        return 0x5300;
+    case KEY_BTAB:
+        return CODE_BACKTAB;
+    case KEY_BACKSPACE:
+        return backspace;
+    case KEY_ENTER:
+        return 0x0D;
+    default:
+        return 0;
+    }
+}
+
+int32_t typed(wint_t c) {
+    if (c == del) {
+        return backspace;
+    }
+    if (c < ' ') {
+        return static_cast<int32_t>(c);
+    }
+    const int byte = tocp437(c);
+    return byte < 0 ? 0 : byte;
+}
+
+// Escape has come: with a letter or a digit right behind it, it was Alt.
+int32_t escaped() {
+    wint_t c = 0;
+    const int kind = get_wch(&c);
+    if (kind == OK && c >= '0' && c <= 'z' && altcodes[c - '0'] != 0) {
+        return static_cast<int32_t>(altcodes[c - '0']);
+    }
+    if (kind == OK) {
+        unget_wch(static_cast<wchar_t>(c));
+    } else if (kind == KEY_CODE_YES) {
+        ungetch(static_cast<int>(c));
+    }
+    return escape;
+}
+
+} // namespace
+
+void definekeys() {
+    int code = firstcode;
+    for (const special &s : specials) {
+        for (const modifier &m : modifiers) {
+            char sequence[16];
+            snprintf(sequence, sizeof sequence, "\033[%d;%d%c", s.number, m.number, s.final);
+            define_key(sequence, code++);
+        }
+    }
+}
+
+int32_t nextviewkey() {
+    for (;;) {
+        wint_t c = 0;
+        const int kind = get_wch(&c);
+        if (kind == ERR) {
+            return 0;
+        }
+        if (kind == KEY_CODE_YES && c == KEY_RESIZE) {
+            return KEY_RESIZED;
+        }
+        const int32_t key = kind == KEY_CODE_YES ? named(static_cast<int>(c))
+                            : c == escape        ? escaped()
+                                                 : typed(c);
+        if (key != 0) {
+            return key;
+        }
+    }
+}
+
+} // namespace plex
