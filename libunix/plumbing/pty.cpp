@@ -80,14 +80,13 @@ void takeslave(int fdm, const char *pts_name, const struct termios *slave_termio
 int ptym_open(char *pts_name) {
     stzcpy(pts_name, "/dev/ptmx", PTYNAME);
     const int fdm = open(pts_name, O_RDWR);
-    if (fdm < 0) {
-        perror("ptym_open:open");
-        return -1;
-    }
     const char *failed = nullptr;
     int code = 0;
     const char *slave = nullptr;
-    if (grantpt(fdm) < 0) {
+    if (fdm < 0) {
+        failed = "ptym_open:open";
+        code = -1;
+    } else if (grantpt(fdm) < 0) {
         failed = "ptym_open:grantpt";
         code = -2;
     } else if (unlockpt(fdm) < 0) {
@@ -98,8 +97,12 @@ int ptym_open(char *pts_name) {
         code = -4;
     }
     if (failed != nullptr) {
+        const int cause = errno; // the caller reports it too
         perror(failed);
-        close(fdm);
+        if (fdm >= 0) {
+            close(fdm);
+        }
+        errno = cause;
         return code;
     }
     stzcpy(pts_name, slave, PTYNAME);
