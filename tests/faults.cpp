@@ -19,6 +19,7 @@ namespace {
 using test::inchild;
 using test::Outcome;
 using test::slurp;
+using test::state;
 
 struct Faults : test::Daemon {
     Faults() { file = BUILD_DIR "/tests/vosterd_faults"; }
@@ -199,6 +200,17 @@ TEST_F(Faults, OfTheShutDown) {
     EXPECT_EQ(test::drain(cat), "");
     close(cat);
     close(killed);
+}
+
+TEST_F(Faults, OfAKillThatEndingOvertakes) {
+    plan("kill:1:-15");
+    join();
+    const int cat = run(1, "/bin/cat");
+    const pid_t pid = commands().at(0);
+    EXPECT_EQ(plex::hostkill(link, 1), 0);
+    EXPECT_TRUE(test::eventually([&] { return state(pid) == 'Z' || state(pid) == '-'; }));
+    finish(100 + SIGTERM);
+    close(cat);
 }
 
 TEST_F(Faults, SignalsWithoutAnEnd) {

@@ -133,6 +133,12 @@ sigset_t block_signal(int signo) {
     return old;
 }
 
+sigset_t block_endings() {
+    const sigset_t old = block_signal(SIGTERM);
+    block_signal(SIGINT);
+    return old;
+}
+
 void unblock_signal(sigset_t oldmask) {
     sigprocmask(SIG_SETMASK, &oldmask, nullptr);
 }
@@ -151,6 +157,7 @@ void process_signal(int signo) {
 
 void killcmd(int usrnum) {
     const sigset_t oldmask = block_signal(SIGCHLD);
+    block_endings(); // a command that is in the table no more would not be ended with the others
     const Child *child = find_child_usrnum(usrnum);
     if (child != nullptr) {
         const int pid = child->pid;

@@ -39,8 +39,9 @@ int delete_child(int pid);
 // Closes every master and drops every record.
 void free_children();
 
-// Blocks `signo` and returns the mask as it was; restores a mask.
+// Blocks `signo`, or SIGTERM and SIGINT, and returns the mask as it was; restores a mask.
 sigset_t block_signal(int signo);
+sigset_t block_endings();
 void unblock_signal(sigset_t oldmask);
 
 // The SIGCHLD handler: reaps one ended command, however many there are, and tells the host. Ended

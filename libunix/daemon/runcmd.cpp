@@ -1,8 +1,9 @@
 // SIGCHLD is blocked from before the fork until the record, the reply and the descriptor are out:
 // the end of a command can neither be missed nor be told before its start.
 //
-// SIGTERM and SIGINT are held back around the fork alone. Their handler takes the daemon down, and
-// the new process has it too until it executes its command: a kill request that follows at once
+// SIGTERM and SIGINT are held back from before the fork until the record is in the table, and no
+// longer: telling a host that does not read can take for ever. Their handler takes the daemon down,
+// and the new process has it too until it executes its command: a kill request that follows at once
 // would make the child remove the daemon's files and end its neighbours' commands.
 
 #include "libunix/daemon/runcmd.h"
@@ -31,16 +32,6 @@ struct {
     char zero;
 } request;
 
-sigset_t block_endings() {
-    sigset_t set;
-    sigset_t old;
-    sigemptyset(&set);
-    sigaddset(&set, SIGTERM);
-    sigaddset(&set, SIGINT);
-    sigprocmask(SIG_BLOCK, &set, &old);
-    return old;
-}
-
 [[noreturn]] void becomecommand(char *cmdstg, sigset_t oldmask) {
     usignal(SIGTERM, SIG_DFL);
     usignal(SIGINT, SIG_DFL);
@@ -67,9 +58,9 @@ int runcmd(int usrnum, char *cmdstg) {
     if (pid == 0) {
         becomecommand(cmdstg, oldmask);
     }
-    unblock_signal(launchmask); // SIGCHLD stays blocked
     clientmsg message = {};
     if (pid < 0) {
+        unblock_signal(launchmask); // SIGCHLD stays blocked
         if (debug != 0) {
             inform("COMMAND FAILED!\n");
         }
@@ -81,6 +72,7 @@ int runcmd(int usrnum, char *cmdstg) {
         inform("Adding Child: pid=%d usrnum=%d [%s]\n", pid, usrnum, pty_name);
     }
     add_child(usrnum, pid, ptymfd);
+    unblock_signal(launchmask);
     message = {srvmsg.usrnum, MSG_STARTED, 0};
     tellhost(&message, sizeof message);
     send_fd(bbsfd, ptymfd);

@@ -36,7 +36,7 @@ bool fails(const char *call) {
     for (plannedfault *p = planned; planned != nullptr && p < planned + most; p++) {
         if (strcmp(p->call, call) == 0 && --p->countdown == 0) {
             errno = p->error;
-            return true;
+            return p->error >= 0 || raise(-p->error) != 0;
         }
     }
     return false;
