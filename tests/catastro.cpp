@@ -7,8 +7,10 @@
 #include "libsrc/common/text.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/log.h"
+#include "libunix/runtime/tiles.h"
 #include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"
+#include "tests/faults/calls.h"
 #include "tests/support.h"
 
 #include <csignal>
@@ -34,7 +36,7 @@ std::string screen() {
 
 // Every wait of the library ends here: none takes time, and each shows a frame.
 extern "C" int select(int, fd_set *, fd_set *, fd_set *, timeval *timeout) {
-    waited += timeout->tv_sec * 1000000L + timeout->tv_usec;
+    waited += static_cast<long>(timeout->tv_sec * 1000000 + timeout->tv_usec);
     frames.push_back(screen());
     return 0;
 }
@@ -195,15 +197,20 @@ TEST_F(Catastrophe, OtherWaysIn) {
     EXPECT_EQ(report(), "");
     expectcells(image, 8, 7, "\xDB", 0x8F); // bright white on black, blinking
     expectcells(image, 12, 12, "Unexpected exit", 0x0F);
-#ifndef __SANITIZE_ADDRESS__ // which has the address space to itself
-    o = run([] {
-        const rlimit room = {1U << 30, 1U << 30};
-        setrlimit(RLIMIT_AS, &room);
-        plex::alcmem(3U << 30);
-    });
-    EXPECT_EQ(o.code(), 90);
-    EXPECT_NE(report().find("There is not enough memory"), std::string::npos);
-#endif
+    // No memory, nor any for the report and the pop-up themselves.
+    struct {
+        void (*body)();
+        const char *report;
+    } const rows[] = {{[] { plex::alcmem(1); }, "There is not enough memory"},
+                      {[] { plex::alctile(1, 1); }, "NOT ENOUGH MEMORY"}};
+    for (const auto &r : rows) {
+        o = run([&] {
+            test::fault("malloc:1:12 malloc:2:12 malloc:3:12 malloc:4:12");
+            r.body();
+        });
+        EXPECT_EQ(o.code(), 90);
+        EXPECT_NE(report().find(r.report), std::string::npos) << report();
+    }
 }
 
 TEST_F(Catastrophe, Explosions) {

@@ -33,13 +33,14 @@ plannedfault *planned; // shared with children
 
 // Whether this call of `call` is one that the plan lets fail; errno then says why.
 bool fails(const char *call) {
+    bool failing = false;
     for (plannedfault *p = planned; planned != nullptr && p < planned + most; p++) {
         if (strcmp(p->call, call) == 0 && --p->countdown == 0) {
             errno = p->error;
-            return p->error >= 0 || raise(-p->error) != 0;
+            failing = p->error >= 0 || raise(-p->error) != 0;
         }
     }
-    return false;
+    return failing;
 }
 
 [[gnu::constructor]] void planfromenvironment() {
@@ -100,6 +101,11 @@ CALL(int, -1, socket, (int family, int type, int protocol), (family, type, proto
 CALL(int, -1, tcsetattr, (int fd, int action, const termios *t), (fd, action, t), noexcept)
 CALL(int, -1, unlockpt, (int fd), (fd), noexcept)
 CALL(ssize_t, -1, write, (int fd, const void *buf, size_t len), (fd, buf, len))
+
+pid_t _Fork() noexcept {
+    static const auto next = behind<pid_t()>("_Fork");
+    return fails("fork") ? -1 : next();
+}
 
 // Whatever the headers call these, the widest kind is meant.
 int getrlimit(__rlimit_resource_t resource, rlimit *limit) noexcept {
