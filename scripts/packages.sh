@@ -32,3 +32,5 @@ need() {
 BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
 # What the tests drive or are built from.
 TEST_PACKAGES=(googletest python3 bash)
+# The emulated PC, without which one test counts as skipped.
+EMULATOR_PACKAGES=(qemu-system-x86)
