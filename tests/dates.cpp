@@ -12,21 +12,19 @@ constexpr uint16_t date(int year, int month, int day) {
     return static_cast<uint16_t>((year - 1980) * 512 + month * 32 + day);
 }
 
-constexpr uint16_t daytime(int hour, int minute, int second) {
+constexpr uint16_t clock(int hour, int minute, int second) {
     return static_cast<uint16_t>(hour * 2048 + minute * 32 + second / 2);
 }
 
 TEST(Dates, Texts) {
     EXPECT_STREQ(plex::ncdate(date(1995, 3, 7)), "03/07/95");
     EXPECT_STREQ(plex::ncdate(0), "");
-    EXPECT_STREQ(plex::nctime(daytime(14, 5, 59)), "14:05:58");
     EXPECT_STREQ(plex::ncedat(date(1995, 3, 7)), "07-MAR-95");
     EXPECT_STREQ(plex::ncedat(date(2005, 0, 1)), "01-000-05");
-    EXPECT_STREQ(plex::ncedat(date(2005, 13, 1)), "01-XXX-05");
+    EXPECT_STREQ(plex::nctime(clock(14, 5, 59)), "14:05:58");
     const int year = (plex::today() >> 9) + 1980;
-    EXPECT_STREQ(plex::ncudnt(date(year, 3, 7), daytime(14, 5, 0)), "Mar  7 14:05");
-    EXPECT_STREQ(plex::ncudnt(date(year - 1, 12, 31), daytime(14, 5, 0)),
-                 ("Dec 31  " + std::to_string(year - 1)).c_str());
+    EXPECT_STREQ(plex::ncudnt(date(year, 3, 7), clock(14, 5, 0)), "Mar  7 14:05");
+    EXPECT_EQ(plex::ncudnt(date(year - 1, 12, 31), 0), "Dec 31  " + std::to_string(year - 1));
     // The widest words fit.
     EXPECT_STREQ(plex::ncdate(0xFFFF), "15/31/07");
     EXPECT_STREQ(plex::nctime(0xFFFF), "31:63:62");
@@ -38,57 +36,41 @@ TEST(Dates, NowIsLocal) {
     const uint16_t east = plex::today();
     const int eastday = plex::daytoday();
     setenv("TZ", "XXX+12", 1);
-    const uint16_t west = plex::today();
-    EXPECT_NE(east, west);
+    EXPECT_NE(east, plex::today());
     EXPECT_NE(eastday, plex::daytoday());
-    const time_t seconds = time(nullptr);
-    const tm when = *localtime(&seconds);
-    const int ahead = (plex::now() >> 11) * 60 + (plex::now() >> 5 & 63) -
-                      (when.tm_hour * 60 + when.tm_min); // the minute may just have changed
-    EXPECT_LT((ahead + 1440) % 1440, 2) << ahead;
+    const auto minutes = (time(nullptr) / 60 + 720) % 1440;
+    const int now = plex::now();
+    EXPECT_LT(((now >> 11) * 60 + (now >> 5 & 63) - minutes + 1440) % 1440, 2); // it may turn
     unsetenv("TZ");
 }
 
 TEST(Dates, Typed) {
-    const int year = (plex::today() >> 9) + 1980;
-    const auto word = [](unsigned w) { return int{static_cast<int16_t>(w)}; };
+    const auto word = [](int w) { return int{static_cast<int16_t>(w)}; };
     struct {
         const char *text;
         int date, time;
-    } const rows[] = {
-        {"12/31/99", date(1999, 12, 31), -1},
-        {"1/1/05", date(2005, 1, 1), -1},
-        {"1/1/79", word(date(2079, 1, 1)), -1},
-        {"1/1/80", date(1980, 1, 1), -1},
-        {"3/7", date(year, 3, 7), -1},
-        {"3/7/", date(year, 3, 7), -1},
-        {"99/99/50", word((70u << 9) + 99 * 32 + 99), -1},
-        {"3", -1, -1},
-        {"", -1, -1},
-        {"x/y", -1, -1},
-        {"23:59", -1, word(daytime(23, 59, 0))},
-        {"10:30:59", -1, daytime(10, 30, 58)},
-        {"10:30:", -1, daytime(10, 30, 0)},
-        {"32:1:1", -1, 32},
-    };
+    } const rows[] = {{"12/31/99", date(1999, 12, 31), -1},
+                      {"1/1/05", date(2005, 1, 1), -1},
+                      {"1/1/79", word(date(2079, 1, 1)), -1},
+                      {"1/1/80", date(1980, 1, 1), -1},
+                      {"3/7/", date((plex::today() >> 9) + 1980, 3, 7), -1},
+                      {"99/99/50", word(70 * 512 + 99 * 32 + 99), -1},
+                      {"3", -1, -1},
+                      {"23:59", -1, word(clock(23, 59, 0))},
+                      {"10:30:59", -1, clock(10, 30, 58)},
+                      {"32:1:", -1, 32}};
     for (const auto &r : rows) {
         EXPECT_EQ(plex::dcdate(r.text), r.date) << r.text;
         EXPECT_EQ(plex::dctime(r.text), r.time) << r.text;
     }
-    plex::dcdate("2147483647/2147483647/2147483647"); // wraps to some word, quietly
+    plex::dcdate("2147483647/2147483647/2147483647"); // some word, quietly
     plex::dctime("-2147483648:99999999999999999999:7");
 }
 
 TEST(Dates, DayCounts) {
-    struct {
-        uint16_t day;
-        unsigned count;
-    } const rows[] = {{date(1980, 1, 1), 0},      {date(1980, 3, 1), 60},
-                      {date(1981, 1, 1), 366},    {date(1981, 3, 1), 425},
-                      {date(1999, 12, 31), 7304}, {date(2000, 2, 29), 7364}};
-    for (const auto &r : rows) {
-        EXPECT_EQ(plex::cofdat(r.day), r.count);
-    }
+    EXPECT_EQ(plex::cofdat(date(1980, 3, 1)), 60);
+    EXPECT_EQ(plex::cofdat(date(1981, 1, 1)), 366);
+    EXPECT_EQ(plex::cofdat(date(2000, 2, 29)), 7364);
     uint16_t before = 0;
     for (uint16_t count = 0; count < 43830; count++) { // to the end of 2099
         const uint16_t day = plex::datofc(count);
@@ -102,35 +84,25 @@ TEST(Dates, DayCounts) {
     for (unsigned word = 0; word < 0x10000; word++) { // any word is safe
         plex::datofc(plex::cofdat(static_cast<uint16_t>(word)));
     }
-    EXPECT_EQ(plex::cofdat(date(1981, 0, 1)), plex::cofdat(date(1981, 1, 1)));
-    EXPECT_EQ(plex::cofdat(date(1981, 15, 1)), plex::cofdat(date(1981, 12, 1)));
 }
 
 TEST(ByteOrder, StoredIsLittleEndian) {
     unsigned char bytes[] = {1, 2, 3, 4, 0xFF, 0xFF, 0xFE, 0xFF};
     EXPECT_EQ(plex::lus2n(bytes + 1), 0x0302);
     EXPECT_EQ(plex::lss2n(bytes + 4), -1);
-    EXPECT_EQ(plex::lus2n(bytes + 4), 65535);
     EXPECT_EQ(plex::lul2n(bytes + 1), 0xFF040302u);
     EXPECT_EQ(plex::lsl2n(bytes + 4), -65537);
     EXPECT_EQ(plex::rev4byt(bytes), bytes);
     EXPECT_EQ(plex::rev2byt(bytes + 1), bytes + 1);
     EXPECT_EQ(memcmp(bytes, "\4\2\3\1", 4), 0);
-
     const uint16_t us = plex::nus2l(0x0201);
-    const int16_t ss = plex::nss2l(-2);
     const uint32_t ul = plex::nul2l(0x04030201);
-    const int32_t sl = plex::nsl2l(-2);
     EXPECT_EQ(memcmp(&us, "\1\2", 2) | memcmp(&ul, "\1\2\3\4", 4), 0);
-    EXPECT_EQ(memcmp(&ss, "\xFE\xFF", 2) | memcmp(&sl, "\xFE\xFF\xFF\xFF", 4), 0);
-
-    const uint16_t *copy = plex::pnus2l(0x0201);
-    EXPECT_EQ(memcmp(copy, "\1\2", 2), 0);
-    EXPECT_EQ(plex::pnus2l(7), copy);
-    EXPECT_EQ(*copy, plex::nus2l(7));
+    const uint16_t *copy = plex::pnus2l(7);
+    EXPECT_EQ(plex::pnus2l(0x0201), copy); // one copy, overwritten
+    EXPECT_EQ(memcmp(copy, "\1\2", 2) | memcmp(plex::pnul2l(0x04030201), "\1\2\3\4", 4), 0);
     EXPECT_EQ(memcmp(plex::pnss2l(-2), "\xFE\xFF", 2), 0);
-    EXPECT_EQ(memcmp(plex::pnul2l(0x04030201), "\1\2\3\4", 4), 0);
-    EXPECT_EQ(plex::pnsl2l(-2), sl);
+    EXPECT_EQ(plex::pnsl2l(-2), plex::nsl2l(-2)); // the word, not its address
 }
 
 } // namespace
