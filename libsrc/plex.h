@@ -7,6 +7,7 @@
 #include "libsrc/common/dates.h"
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/memory.h"
+#include "libsrc/common/msgfile.h"
 #include "libsrc/common/text.h"
 #include "libsrc/common/tfscan.h"
 #include "libunix/common/bytord.h"

@@ -1,0 +1,301 @@
+// Message files, read from files made here byte by byte.
+
+#include "libsrc/common/lingo.h"
+#include "libsrc/common/msgfile.h"
+#include "tests/common.h"
+#include "tests/support.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using plex::msgblk;
+
+std::string le(size_t value, size_t size) {
+    return size == 0 ? "" : static_cast<char>(value & 0xFF) + le(value >> 8, size - 1);
+}
+
+// A message file of messages with a text for each language, as stored: the tables, then the texts,
+// then the languages.
+std::string mcv(const Strings &languages, const std::vector<Strings> &messages) {
+    const size_t l = languages.size();
+    const size_t lenlist = (messages.size() + 1) * 4;
+    const size_t base = lenlist + (l > 1 ? messages.size() * l * 2 : 0);
+    std::string locations;
+    std::string lengths;
+    std::string rest;
+    for (const Strings &texts : messages) {
+        locations += le(base + rest.size(), 4);
+        for (const std::string &text : texts) {
+            lengths += le(text.size(), 2);
+            rest += text;
+        }
+    }
+    const std::string end = le(base + rest.size(), 4); // of the texts, where the languages begin
+    for (const std::string &name : languages) {
+        rest += name + '\0';
+    }
+    return locations + end + (l > 1 ? lengths : "") + rest + end + le(lenlist, 4) + le(0, 4) +
+           le(l, 2) + le(messages.size(), 2);
+}
+
+// The file with another number at an offset, counted from its end when negative.
+std::string patch(std::string file, int at, int value, size_t size) {
+    return file.replace(static_cast<size_t>(at) + (at < 0 ? file.size() : 0), size,
+                        le(static_cast<size_t>(value), size));
+}
+
+std::string z(const std::string &text) {
+    return text + '\0';
+}
+
+msgblk *open(const std::string &bytes) {
+    test::spew("f.mcv", bytes);
+    return plex::opnmsg("f.mcv");
+}
+
+void close(msgblk *mb) {
+    plex::clsmsg(mb);
+    plex::rstmbk();
+}
+
+TEST(Messages, OneLanguageAndTheBuffer) {
+    const test::Home home;
+    msgblk *mb = open(mcv({"English/ANSI"}, {{z("zero")}, {z("eleven more")}, {"no end"}}));
+    EXPECT_EQ(mb->lengths, nullptr);
+    EXPECT_STREQ(plex::catfix2(), "MSG:f.mcv/-1");
+    struct {
+        int size, msg;
+        const char *text;
+        int cut;
+    } const rows[] = {{1, 0, "", 1},           {2, 0, "*", 1},           {4, 0, "ze*", 1},
+                      {5, 0, "zero", 0},       {6, 2, "no end", 0},      {11, 1, "eleven mo*", 1},
+                      {8, 1, "eleven mo*", 1}, {12, 1, "eleven more", 0}};
+    for (const auto &r : rows) {
+        plex::inimsg(r.size);
+        EXPECT_STREQ(plex::rawmsg(r.msg), r.text) << r.size;
+        EXPECT_EQ(plex::starit, r.cut) << r.size;
+        EXPECT_EQ(mb->lstmsg, r.msg);
+    }
+    plex::inimsg(5000);
+    EXPECT_STREQ(plex::msgbuf, "eleven more");
+    EXPECT_EQ(plex::msgseek(0), 5);
+    EXPECT_STREQ(plex::catfix2(), "MSG:f.mcv/1");
+    mkdir("directory", 0700);
+    rename("f.mcv", "directory/abcdefgh.mcv");
+    msgblk *other = plex::opnmsg("././././directory/abcdefgh.mcv");
+    EXPECT_STREQ(plex::catfix2(), "MSG:directory/abcdefgh.mcv/-1"); // the end of it, in 30 bytes
+    close(other);
+    close(mb);
+}
+
+TEST(Messages, FallBackAlongTheChain) {
+    const test::Home home;
+    plex::inimsg(100);
+    const std::string file = mcv({"English/ANSI", "French/RIP", "French/ANSI", "English/RIP"},
+                                 {{z("0eA"), z("0 French RIP"), z("0fr ANSI"), z("0eRIP")},
+                                  {z("1eA"), "", z("1fr ANSI"), z("1eRIP")},
+                                  {z("2eA"), "", "", z("2eRIP")},
+                                  {z("3eA"), "", "", ""}});
+    msgblk *mb = open(file); // no table: the default only
+    test::speak({"English/ANSI", "English/RIP", "French/ANSI", "French/RIP", "German/RIP"});
+    plex::clingo = 3;
+    EXPECT_STREQ(plex::rawmsg(1), "1eA");
+    close(mb);
+    mb = open(file);
+    struct {
+        int clingo, msg;
+        const char *text;
+        int rlingo, mslidx;
+    } const rows[] = {{3, 0, "0 French RIP", 3, 1}, {3, 1, "1fr ANSI", 2, 2}, {3, 2, "2eRIP", 1, 3},
+                      {3, 3, "3eA", 0, 0},          {4, 0, "0eRIP", 1, 3},    {4, 3, "3eA", 0, 0},
+                      {2, 0, "0fr ANSI", 2, 2},     {2, 2, "2eA", 0, 0},      {1, 2, "2eRIP", 1, 3},
+                      {0, 0, "0eA", 0, 0},          {99, 0, "0eA", 0, 0},     {-1, 0, "0eA", 0, 0}};
+    for (const auto &r : rows) {
+        plex::clingo = r.clingo;
+        EXPECT_STREQ(plex::rawmsg(r.msg), r.text) << r.clingo;
+        EXPECT_EQ(plex::rlingo, r.rlingo) << r.text;
+        EXPECT_EQ(plex::mslidx, r.mslidx) << r.text;
+    }
+    close(mb);
+    EXPECT_EQ(plex::badlang, 0);
+    test::speak({});
+}
+
+TEST(Messages, LanguageLists) {
+    const test::Home home;
+    const std::string en = "English/ANSI";
+    const std::string fr = "French/ANSI";
+    test::speak({en, fr, "Dutch/RIP", "Portuguese/ANSI"});
+    struct {
+        Strings list;
+        std::vector<int> mslidx;
+        int badlang;
+    } const rows[] = {{{"english/ansi", "D", "FRE"}, {0, 2, 1, 0}, 0},
+                      {{en, "Portuguese/ANSI"}, {0, 0, 0, 1}, 0},
+                      {{fr, en, "Dutch/RIP"}, {0, 0, 2, 0}, 1}, // another default
+                      {{en, "", fr}, {0, 2, 0, 0}, 1},
+                      {{en, "Portuguese/ANSI1", fr}, {0, 2, 0, 0}, 1},
+                      {{en, std::string(1500, 'D'), fr}, {0, 2, 0, 0}, 1}};
+    for (const auto &r : rows) {
+        plex::badlang = 0;
+        msgblk *mb = open(mcv(r.list, {}));
+        EXPECT_EQ(std::vector<int>(mb->mslidx, mb->mslidx + 4), r.mslidx) << r.list[1];
+        EXPECT_EQ(plex::badlang, r.badlang) << r.list[1];
+        close(mb);
+    }
+    plex::badlang = 0;
+    close(open(patch(mcv({en, fr}, {}), -4, 3, 2))); // one name fewer than languages
+    EXPECT_EQ(plex::badlang, 1);
+    test::speak({});
+}
+
+TEST(Messages, FatalErrors) {
+    const test::Home home;
+    const std::string good = mcv({"A", "B"}, {{z("one"), z("eins")}, {"", ""}});
+    const std::string single = mcv({"A"}, {{z("one")}, {std::string(40000, 't')}});
+    const std::string many = mcv({"A", "B"}, std::vector<Strings>(16384, {"", ""}));
+    const std::string most = mcv(Strings(7, "A"), std::vector<Strings>(4681, Strings(7, z("x"))));
+    const std::string variables = "CANNOT READ \"f.mcv\" VARIABLES";
+    const std::string pointers = "CANNOT READ \"f.mcv\" POINTER ARRAY";
+    const std::string table = "CANNOT READ \"f.mcv\" LENGTH TABLE";
+    const std::string seek = "CANNOT SEEK MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv\n";
+    const std::string read = "CANNOT READ MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv";
+    struct {
+        std::string bytes;
+        int msg;
+        std::string text;
+    } const rows[] = {{good, 0, ""},
+                      {good, 1, "CANNOT READ MESSAGE NUMBER 1 (LANGUAGE 0) IN f.mcv"}, // no text
+                      {good, 2, "MESSAGE NUMBER 2 OUT OF RANGE IN f.mcv"},
+                      {good, -1, "MESSAGE NUMBER -1 OUT OF RANGE IN f.mcv"},
+                      {good.substr(0, 15), 0, variables},
+                      {patch(good, -16, -1, 4), 0, variables}, // the language list
+                      {patch(good, -4, 0, 2), 0, variables},   // how many languages
+                      {patch(good, -2, -1, 2), 0, variables},  // and messages
+                      {patch(good, -8, -1, 4), 0, pointers},
+                      {patch(good, -8, INT32_MAX, 4), 0, pointers},
+                      {patch(good, -2, 16000, 2), 0, pointers},
+                      {patch(good, -12, -1, 4), 0, table},
+                      {patch(good, -12, INT32_MAX, 4), 0, table},
+                      {patch(good, 0, -20, 4), 0, seek},
+                      {patch(good, 0, static_cast<int>(good.size()) - 2, 4), 0, read},
+                      {patch(single, 4, 0, 4), 0, read}, // ends before it begins
+                      {patch(mcv({"A"}, {{z("one")}}), 4, INT32_MAX, 4), 0, read},
+                      {many, 0, "TOO MANY LANGUAGES (2) & MESSAGES (16384) IN \"f.mcv\""},
+                      {most, 4680, ""}};
+    for (const auto &r : rows) {
+        const auto body = [&] {
+            plex::inimsg(INT16_MAX);
+            open(r.bytes);
+            plex::rawmsg(r.msg);
+        };
+        EXPECT_EQ(test::fatal(body), r.text) << &r - rows;
+    }
+    const std::string endless(5000, 'n');
+    EXPECT_EQ(test::fatal([] { plex::opnmsg("none"); }), "CANNOT FIND \"none\"");
+    EXPECT_EQ(test::fatal([] { plex::opnmsg("./"); }), "CANNOT READ \"./\" VARIABLES");
+    EXPECT_TRUE(test::fatal([&] { plex::opnmsg(endless.c_str()); }).starts_with("CANNOT FIND \"n"));
+    plex::inimsg(9);
+    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), "MESSAGE NUMBER 0 OUT OF RANGE IN ");
+    plex::clsmsg(open(good));
+    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), "MESSAGE NUMBER 0 OUT OF RANGE IN ");
+    plex::rstmbk();
+    EXPECT_EQ(test::fatal([] {
+                  plex::msgbuf = nullptr;
+                  plex::rawmsg(0);
+              }),
+              "INIMSG NOT CALLED");
+}
+
+TEST(Messages, TheStack) {
+    const test::Home home;
+    static msgblk blocks[11];
+    for (msgblk &mb : blocks) {
+        mb.lstmsg = 5;
+        plex::setmbk(&mb);
+        EXPECT_EQ(mb.lstmsg, -1);
+    }
+    for (const int i : {9, 8, 7, 6, 5, 4, 3, 2, 1, 1}) { // the eleventh is lost, the tenth stays
+        plex::rstmbk();
+        EXPECT_EQ(plex::curmbk, &blocks[i]);
+    }
+    plex::inimsg(100);
+    const std::string file = mcv({"A"}, {{z("text")}});
+    msgblk *under = open(file);
+    msgblk *over = open(file);
+    plex::clsmsg(over);
+    plex::clsmsg(over); // is closed already
+    EXPECT_EQ(plex::curmbk, over);
+    strcpy(plex::mfbuff, "as it was");
+    EXPECT_STREQ(plex::catfix2(), "as it was");
+    plex::rstmbk();
+    EXPECT_STREQ(plex::rawmsg(0), "text");
+    plex::setmbk(&blocks[0]);
+    plex::clsmsg(under); // not the current one; it goes when these push it off the far end
+    for (msgblk &mb : blocks) {
+        plex::setmbk(&mb);
+    }
+}
+
+// The seeks and reads that `body` makes, and a "|" for each call of `mark`.
+std::string calls(const std::function<void(void (*mark)())> &body) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        body([] { syscall(SYS_getppid); });
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    std::string text;
+    uint64_t number = 0;
+    while (ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr) == 0 && waitpid(pid, &status, 0) == pid &&
+           WIFSTOPPED(status)) {
+        __ptrace_syscall_info info = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+            number = info.entry.nr;
+            text += number == SYS_getppid ? "| " : number == SYS_lseek ? "seek " : "";
+#ifdef SYS__llseek
+            text += number == SYS__llseek ? "seek " : "";
+#endif
+        } else if (info.op == PTRACE_SYSCALL_INFO_EXIT && number == SYS_read) {
+            text += "read:" + std::to_string(info.exit.rval) + " ";
+        }
+    }
+    return text;
+}
+
+TEST(Messages, OneSeekAndOneRead) {
+    const test::Home home;
+    test::speak({"English/ANSI", "French/ANSI"});
+    plex::inimsg(100);
+    test::spew("big.mcv", mcv({"English/ANSI"}, std::vector<Strings>(32767, {z("a message")})));
+    test::spew("two.mcv", mcv({"English/ANSI", "French/ANSI"}, {{z("one"), z("une")}}));
+    EXPECT_EQ(calls([](auto mark) {
+                  plex::clingo = 1;
+                  plex::opnmsg("big.mcv");
+                  mark();
+                  plex::rawmsg(32766);
+                  plex::rawmsg(0);
+                  mark();
+                  plex::opnmsg("two.mcv");
+                  mark();
+                  plex::rawmsg(0);
+              }),
+              "seek read:16 seek read:13 seek read:131072 | seek read:10 seek read:10 | "
+              "seek read:16 seek read:25 seek read:8 seek read:4 | seek read:4 ");
+    test::speak({});
+}
+
+} // namespace
