@@ -1,4 +1,4 @@
-// Message files, read from files made here byte by byte.
+// Message files: read from files made here byte by byte, and made and shown by plexmsg.
 
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/msgfile.h"
@@ -276,12 +276,21 @@ std::string calls(const std::function<void(void (*mark)())> &body) {
     return text;
 }
 
+// What plexmsg does with these words: what it writes, and its status unless that is 0.
+std::string plexmsg(Strings args, const std::string &mcvpath = "") {
+    args.insert(args.begin(), BUILD_DIR "/plexmsg");
+    const test::Outcome outcome = test::Program(args, {"MCVPATH=" + mcvpath}).wait();
+    return outcome.out + outcome.err + (outcome.code() != 0 ? std::to_string(outcome.code()) : "");
+}
+
 TEST(Messages, OneSeekAndOneRead) {
     const test::Home home;
     test::speak({"English/ANSI", "French/ANSI"});
     plex::inimsg(100);
     test::spew("big.mcv", mcv({"English/ANSI"}, std::vector<Strings>(32767, {z("a message")})));
-    test::spew("two.mcv", mcv({"English/ANSI", "French/ANSI"}, {{z("one"), z("une")}}));
+    test::spew("two.txt", "language English/ANSI\nlanguage French/ANSI\nmessage\n"
+                          "text English/ANSI\n|one\ntext French/ANSI\n|une");
+    EXPECT_EQ(plexmsg({"compile", "two.txt", "two.mcv"}), "");
     EXPECT_EQ(calls([](auto mark) {
                   plex::clingo = 1;
                   plex::opnmsg("big.mcv");
@@ -296,6 +305,89 @@ TEST(Messages, OneSeekAndOneRead) {
               "seek read:16 seek read:13 seek read:131072 | seek read:10 seek read:10 | "
               "seek read:16 seek read:25 seek read:8 seek read:4 | seek read:4 ");
     test::speak({});
+}
+
+TEST(Messages, Directory) {
+    const std::string x(79, 'x');
+    const std::string rows[][3] = {
+        {"/none", "a.mcv", "/none/a.mcv"}, {"/none/", "a.mcv", "/none/a.mcv"},
+        {"c:", "a.mcv", "c:a.mcv"},        {"", "a.mcv", "a.mcv"},
+        {"/none", "d/a.mcv", "d/a.mcv"},   {"/none", "c:a.mcv", "c:a.mcv"},
+        {"/none", "cc:a", "/none/cc:a"},   {x + "yy", "a.mcv", x + "/a.mcv"}};
+    for (const auto &r : rows) {
+        EXPECT_EQ(plexmsg({"list", r[1]}, r[0]), "plexmsg: CANNOT FIND \"" + r[2] + "\"\n1");
+    }
+}
+
+TEST(Plexmsg, CompileListShow) {
+    const test::Home home;
+    test::spew("s.txt", "# two languages\nlanguage English/ANSI\nlanguage French/ANSI\n\n"
+                        "message HELLO\ntext French/ANSI\n|Bonjour\\x21\n"
+                        "text english/ansi\n|  \\e[1mHello \\\n|there,\n|\n|\\\\ # no comment \r\n"
+                        "message 3 BYE\n text English/ANSI \n|Bye\n"
+                        "message 2\ntext English/ANSI\n|Two\ntext French/ANSI\n|\n");
+    EXPECT_EQ(plexmsg({"compile", "-n", "n.h", "s.txt", "s.mcv"}), "");
+    EXPECT_TRUE(
+        test::slurp("n.h").ends_with("\nconstexpr int HELLO = 0;\nconstexpr int BYE = 3;\n"));
+    EXPECT_EQ(plexmsg({"list", "s.mcv"}),
+              "s.mcv: 2 languages, 4 messages\nlanguage 0 English/ANSI\nlanguage 1 French/ANSI\n"
+              "message 0 English/ANSI 36 \"  \\x1B[1mHello there,\\n\\n\\\\ # no comment \"\n"
+              "message 0 French/ANSI 9 \"Bonjour!\"\nmessage 1 has no text\n"
+              "message 2 English/ANSI 4 \"Two\"\nmessage 2 French/ANSI 1 \"\"\n"
+              "message 3 English/ANSI 4 \"Bye\"\n");
+    const std::pair<Strings, std::string> rows[] = {
+        {{"0", "-l", "french"}, "Bonjour!\n"},
+        {{"0"}, "  \x1B[1mHello there,\n\n\\ # no comment \n"},
+        {{"3", "-l", "f"}, "Bye\nplexmsg: no text in French/ANSI, this is English/ANSI\n"},
+        {{"0", "-l", "French/RIP"},
+         "Bonjour!\nplexmsg: no text in French/RIP, this is French/ANSI\n"},
+        {{"0", "-l", "x"}, "plexmsg: s.mcv has no language \"x\", or several\n1"},
+        {{"1x"}, "plexmsg: \"1x\" is not a message number\n1"}};
+    for (const auto &[args, want] : rows) {
+        Strings words = {"show", "s.mcv"};
+        words.insert(words.end(), args.begin(), args.end());
+        EXPECT_EQ(plexmsg(words), want);
+    }
+    EXPECT_EQ(plexmsg({"compile", "s.txt", "none/s.mcv"}),
+              "plexmsg: cannot write none/s.mcv: No such file or directory\n1");
+    EXPECT_EQ(plexmsg({"compile", ".", "out"}), "plexmsg: cannot read .: Is a directory\n1");
+}
+
+TEST(Plexmsg, SourceErrors) {
+    const test::Home home;
+    test::spew("s", "|x\nlanguage 1234567890123456\nlanguage A\nlanguage a\nlanguage B\nmessage X\n"
+                    "text B\n|x\nlanguage C\nmessage 0 a-b\ntext A\nmessage 1x X y\ntext A\n"
+                    "|\\q\\x0g\n|\\x00" +
+                        std::string(1, '\0') +
+                        "\ntext A\n|x\ntext C\nhello\n|x\n"
+                        "message 32767\ntext B\n|" +
+                        std::string(65535, 'x'));
+    EXPECT_EQ(plexmsg({"compile", "s", "out"}),
+              "s:1: this line belongs to no text\n"
+              "s:2: a language has a name of 1 to 15 bytes\n"
+              "s:4: there is a language \"a\" already\n"
+              "s:6: this message has no text in the default language\n"
+              "s:9: languages come before the first message\n"
+              "s:10: \"a-b\" is not a name: letters, digits and \"_\", no digit first\n"
+              "s:10: message 0 stands in line 6 already\n"
+              "s:11: this text has no lines\n"
+              "s:12: \"1x\" is not a message number\n"
+              "s:12: there is a message \"X\" already\n"
+              "s:12: \"y\" is more than a number and a name\n"
+              "s:14: unknown: \\q\n"
+              "s:14: \\x takes two hexadecimal digits, not 00\n"
+              "s:15: \\x takes two hexadecimal digits, not 00\n"
+              "s:15: a text cannot hold a zero byte\n"
+              "s:16: message 1 has a text in A already\n"
+              "s:18: there is no language \"C\"\n"
+              "s:19: not a language, a message, a text, or a line of a text\n"
+              "s:21: message numbers go up to 32766\n"
+              "s:22: a text belongs to a message\n"
+              "s:22: this text is longer than 65534 bytes\n1");
+    test::spew("s", "language A\nlanguage B\nmessage 16383\ntext A\n|x\n");
+    EXPECT_EQ(plexmsg({"compile", "s", "out"}),
+              "s:5: 2 languages times 16384 messages are more than 32767\n1");
+    EXPECT_FALSE(test::exists("out"));
 }
 
 } // namespace
