@@ -1,0 +1,93 @@
+// Message files. Of an input the first byte chooses the table of languages, the second the user's
+// language and the size of the buffer; the rest is the file.
+
+#include "libsrc/common/msgfile.h"
+#include "fuzz/survive.h"
+#include "libsrc/common/lingo.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+const char *const names[] = {"English/ANSI", "English/RIP", "French/ANSI", "French/RIP", "D/ANSI"};
+constexpr int mosttried = 40; // messages of a file
+
+int fd = -1;
+char path[64];
+int message;
+
+void configure(int count) {
+    for (int i = 0; i < plex::nlingo; i++) {
+        free(plex::languages[i]);
+    }
+    free(plex::languages);
+    plex::languages = nullptr;
+    plex::nlingo = count;
+    plex::alclng();
+    for (int i = 0; i < count; i++) {
+        plex::languages[i] = static_cast<plex::lingo *>(calloc(1, sizeof(plex::lingo)));
+        strcpy(plex::languages[i]->name, names[i]);
+    }
+}
+
+void open() {
+    plex::opnmsg(path);
+}
+
+void read() {
+    const char *text = plex::rawmsg(message);
+    if (static_cast<int>(strlen(text)) > plex::mxmssz) {
+        abort();
+    }
+}
+
+// A block that was never opened whole belongs to nobody.
+void discard(plex::msgblk *mb) {
+    if (mb->msgfp != nullptr) {
+        fclose(mb->msgfp);
+    }
+    free(mb->msgloc);
+    free(mb->lengths);
+    free(mb->mslidx);
+    free(mb);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
+    if (size < 2) {
+        return 0;
+    }
+    if (fd < 0) {
+        fd = memfd_create("messages", 0);
+        snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
+    }
+    configure(data[0] % 6);
+    plex::clingo = data[1] % 6;
+    free(plex::msgbuf);
+    plex::msgbuf = nullptr;
+    plex::mxmssz = 0;
+    plex::inimsg(data[1] / 6 + 1);
+    if (ftruncate(fd, 0) != 0 ||
+        pwrite(fd, data + 2, size - 2, 0) != static_cast<ssize_t>(size - 2)) {
+        abort();
+    }
+    if (fuzz::survives(open)) {
+        const int count = std::min<int>(plex::curmbk->msgcnt, mosttried);
+        for (message = -1; message <= count; message++) {
+            fuzz::survives(read);
+            plex::catfix2();
+        }
+        plex::clsmsg(plex::curmbk);
+        plex::rstmbk();
+    } else {
+        plex::msgblk *mb = plex::curmbk;
+        plex::rstmbk();
+        discard(mb);
+    }
+    return 0;
+}
