@@ -6,6 +6,7 @@
 #include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/dates.h"
+#include "libsrc/common/msgfile.h"
 #include "libsrc/common/text.h"
 #include "libunix/common/bytord.h"
 #include "libunix/console/trm.h"
@@ -16,13 +17,13 @@
 
 #include <array>
 #include <bit>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
 namespace plex {
 
+int catact;
 int nocore;
 void (*catrpt)(const char *) = dftrpt;
 jmp_buf disaster;
@@ -77,7 +78,6 @@ constexpr auto makewin() {
 
 constinit std::array catawin = makewin(); // stored little-endian until it is shown
 
-int catact;     // catastrophes entered
 int shofxs = 1; // the report tells the program's state
 int savex;
 int savey;
@@ -86,14 +86,6 @@ char tmpbuf[messagesize];
 void savecursor() {
     savex = curcurx();
     savey = curcury();
-}
-
-// Before a method is chosen there is nothing to show, wait or give back with.
-void needconsole() {
-    if (dsptyp == 0) {
-        dsptyp = DSP_NULL;
-        inittrm();
-    }
 }
 
 // `string` used as a format without arguments.
@@ -134,7 +126,6 @@ void tellstate() {
 } // namespace
 
 void catastro(const char *string, ...) {
-    needconsole();
     // Before anything is counted: deliberate. A program whose image cannot be had comes back here
     // until its stack is used up; one that must not has its image before anything can fail.
     frzseg();
@@ -151,7 +142,6 @@ void catastro(const char *string, ...) {
 }
 
 void memcata() {
-    needconsole();
     dblcat();
     shofxs = 0;
     catamsg(0, "There is not enough memory to continue.");
@@ -166,7 +156,6 @@ void memcata() {
 }
 
 void cataexit() {
-    needconsole();
     savecursor();
     cursiz(1);
     catachk();
@@ -186,19 +175,6 @@ void dblcat() {
     locate(0, 23);
     clsisam();
     exit(nested);
-}
-
-void catachk() {
-    if (catact == 0) {
-        pupwin(1);
-    }
-    unxprntf("\n\nUnexpected exit, no recovery method supplied...\n");
-    locate(0, 23);
-    clsisam();
-    if (nocore == 0) {
-        raise(SIGQUIT);
-    }
-    exit(handled);
 }
 
 void catamsg(int blink, const char *string) {

@@ -12,6 +12,7 @@
 
 namespace plex {
 
+extern int catact;                         // catastrophes entered; 1 while one is handled
 extern int nocore;                         // non-zero: no core image
 extern void (*catrpt)(const char *filnam); // called with the report's name once it is written
 extern jmp_buf disaster;                   // where a program that recovers would go on
@@ -26,17 +27,16 @@ extern jmp_buf disaster;                   // where a program that recovers woul
 // The way out: ends the program, with the pop-up shown first if nothing has been shown yet.
 [[noreturn]] void cataexit();
 
-// The steps, for programs that put their own together. catachk ends the program; the jumps to
-// `disaster` behind its calls are for one whose policy is another.
+// The steps, for programs that put their own together.
 void dblcat();                               // counts; ends the program when it is not the first
-void catachk();                              // the end, after the first
 void catamsg(int blink, const char *string); // pop-up, message and report
 void pupwin(int blink);                      // the pop-up alone; the window is its inside then
 void dftrpt(const char *filnam);             // what catrpt is at first: does nothing
 
 // Hooks. Each is a module of its own, so that a program can link another.
+void catachk();        // what becomes of the program; ours ends it. Where it returns, memcata jumps
+                       // to `disaster` with 49 and the others with 70
 const char *catfix1(); // names the program's state, for the report; ours is empty
-const char *catfix2(); // names the message that was read last
 void rptphs();         // called while the report is open; does nothing
 void clsisam();        // closes the record files that are open; we have none
 

@@ -16,7 +16,9 @@ int32_t lastscan = 1;
 
 namespace {
 
-const trmhdl *trm; // the chosen method's table
+// The chosen method's table. Until one is chosen the null console stands in: a program that dies
+// that early has its last words all the same.
+const trmhdl *trm = &nultrm;
 
 struct method {
     int32_t bit;

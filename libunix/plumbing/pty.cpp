@@ -11,6 +11,7 @@
 #include "libsrc/common/text.h"
 #include "libunix/runtime/process.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
