@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -19,6 +20,10 @@
 
 namespace plex {
 namespace {
+
+// A daemon that starts refuses for the moment between making its endpoint and listening on it; one
+// that left its endpoint behind refuses for good.
+constexpr int starting = 50; // milliseconds
 
 bool issocket(int fd) {
     struct stat st = {};
@@ -54,8 +59,16 @@ int hostopen(const char *home) {
         return -1;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + ENDPOINT;
-    int link = fdserver(path.c_str());
-    int cause = errno;
+    int link = -1;
+    int cause = 0;
+    for (int ms = 0; ms < starting; ms++) {
+        link = fdserver(path.c_str());
+        cause = errno;
+        if (link >= 0 || cause != ECONNREFUSED) {
+            break;
+        }
+        poll(nullptr, 0, 1);
+    }
     if (link >= 0 && !issocket(link)) {
         close(link);
         link = -1;
