@@ -36,12 +36,13 @@ struct {
     usignal(SIGTERM, SIG_DFL);
     usignal(SIGINT, SIG_DFL);
     unblock_signal(oldmask);
-    free_children();
-    close(bbsfd);
-    close(ipcfd);
-    // The lock, the log and our end of this very terminal as well: a command that kept its own
-    // master open would never see a hang-up.
+    // The masters in the table, the links, the lock, the log and our end of this very terminal: a
+    // command that kept its own master open would never see a hang-up. In one call, and the table
+    // is left where it is: to walk it would cost a call for each command and a copy of its memory.
     close_range(STDERR_FILENO + 1, ~0U, 0);
+    children = nullptr;
+    bbsfd = -1;
+    ipcfd = -1;
     exit(dospawn(cmdstg));
 }
 
