@@ -116,7 +116,8 @@ void ffeed() {
 void doback() {
     scrollrows();
     if (dxcol() == curatr.wleft) {
-        if (dxrow() == curatr.efftop) {
+        // Nothing leads out of the window, from above a scroll region either.
+        if (dxrow() == curatr.efftop || dxrow() == curatr.wtop) {
             return;
         }
         settle(position(dxrow() - 1, curatr.wright + 1));

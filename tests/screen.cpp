@@ -1,0 +1,313 @@
+// The screen engine: scripts, what holds for any stream, and the images that cannot be had.
+//
+// A line of a script of tests/screen is one or more commands, with " / " between them. In quotes,
+// \e \n \r \b \f \a \" and \xHH are bytes. Attributes are hexadecimal, other numbers decimal.
+//
+//   reset [shared|x|vga|window]     a new engine on a screen of dots; window: columns 10 to 14 of
+//                                   rows 5 to 8, the cursor at its start
+//   print TEXT                      one print call
+//   ROUTINE NUMBER...               one of `routines`
+//   at COLUMN ROW                   the cursor stands there
+//   screen COLUMN ROW |TEXT|...|    these characters stand there, row by row
+//   attrs COLUMN ROW HH[*N]...      these attributes
+//   flags [ROW...]                  these rows are marked, and no others; unmarks them
+//   rest LEFT TOP RIGHT BOTTOM      outside of this rectangle nothing has changed
+//   is NAME NUMBER                  one of `values`
+//   calls CALL...                   what console and video controller were told since the last look
+
+#include "fuzz/properties.h"
+#include "tests/support.h"
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace {
+
+using plex::curatr;
+
+std::string calls;
+
+void call(const char *format, int a, int b = 0) {
+    char text[32];
+    snprintf(text, sizeof text, format, a, b);
+    calls += (calls.empty() ? "" : " ") + std::string(text);
+}
+
+uint8_t selected;
+uint8_t crt[16];
+const char *failing; // the step that the system console refuses
+
+const plex::scrdriver controller = {
+    [] { return failing == std::string("open") ? -1 : 99; },
+    [] { return failing == std::string("map") ? 0 : 1; },
+    [](int32_t) -> unsigned char * { return nullptr; },
+    [](uint16_t port, uint8_t value) {
+        if (port == 0x3D4) {
+            selected = value;
+        } else {
+            call("%02X=%02X", selected, value);
+            crt[selected] = value;
+        }
+    },
+    [](uint16_t) { return crt[selected]; },
+};
+
+} // namespace
+
+// The null console, but it tells.
+const plex::trmhdl plex::nultrm = {
+    [] { return 0; },
+    [] { return fputs("closed\n", stderr); },
+    [] { return 0; },
+    [] { return 0; },
+    [](int32_t force) { call("update(%d)", force); },
+    [](int32_t pitch) { call("bell(%d)", pitch); },
+};
+
+namespace {
+
+test::Arena arena;
+unsigned char privbuf[plex::cellbytes];
+
+using Numbers = std::vector<int>;
+
+void setwin(unsigned char *buf, const Numbers &n) {
+    const auto u8 = [&](size_t i) { return static_cast<uint8_t>(n.at(i)); };
+    plex::setwin(buf, u8(0), u8(1), u8(2), u8(3), u8(4));
+}
+
+const std::map<std::string, void (*)(const Numbers &)> routines = {
+    {"setwin", [](auto &n) { setwin(nullptr, n); }},
+    {"setbuf", [](auto &n) { setwin(privbuf, n); }},
+    {"rstwin", [](auto &) { plex::rstwin(); }},
+    {"setatr", [](auto &n) { plex::setatr(static_cast<uint8_t>(n[0])); }},
+    {"ansion", [](auto &n) { plex::ansion(n[0]); }},
+    {"locate", [](auto &n) { plex::locate(n[0], n[1]); }},
+    {"rstloc", [](auto &) { plex::rstloc(); }},
+    {"cursact", [](auto &n) { plex::cursact(n[0]); }},
+    {"cursiz", [](auto &n) { plex::cursiz(n[0]); }},
+    {"rstcur", [](auto &) { plex::rstcur(); }},
+    {"unfrez", [](auto &) { plex::unfrez(); }},
+    {"belper", [](auto &n) { plex::belper(static_cast<uint16_t>(n[0])); }},
+    {"clreol", [](auto &) { plex::clreol(); }},
+    {"dorevl", [](auto &) { test::registers(), plex::dorevl(), plex::wrcurp(plex::dx); }},
+    {"controller",
+     [](auto &n) { plex::wrcurp(0), crt[14] = crt[15] = static_cast<uint8_t>(n[0]); }},
+};
+
+const std::map<std::string, const uint8_t *> values = {
+    {"attr", &curatr.attr},          {"ansflg", &curatr.ansflg},
+    {"lstcmd", &curatr.lstcmd},      {"rgntop", &curatr.rgntop},
+    {"rgnbot", &curatr.rgnbot},      {"wleft", &curatr.wleft},
+    {"wright", &curatr.wright},      {"wscrol", &curatr.wscrol},
+    {"cursz", &curatr.cursz},        {"all", &arena.image()[4025]},
+    {"row", &arena.image()[4026]},   {"column", &arena.image()[4027]},
+    {"shown", &arena.image()[4028]}, {"lstctl", &plex::lstctl},
+    {"private", &privbuf[162]},
+};
+
+std::string unquote(const std::string &line) {
+    const std::string names = "e\33n\nr\rb\bf\fa\a\"\"";
+    std::string text;
+    for (size_t i = line.find('"') + 1; i < line.rfind('"'); i++) {
+        if (line[i] != '\\') {
+            text += line[i];
+        } else if (line[++i] == 'x') {
+            text += static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            text += names.at(names.find(line[i]) + 1);
+        }
+    }
+    return text;
+}
+
+void reset(const std::string &how) {
+    const std::map<std::string, int32_t> types = {
+        {"", 8}, {"window", 1}, {"shared", 1}, {"x", 2}, {"vga", 0x100}};
+    test::restart(arena, types.at(how));
+    plex::condev = how == "vga" ? &controller : nullptr;
+    calls.clear();
+    plex::ansion(1);
+    if (how == "window") {
+        plex::setwin(nullptr, 10, 5, 14, 8, 1);
+        plex::locate(10, 5);
+    }
+}
+
+unsigned char *cellat(int column, int row) {
+    return arena.image() + 2 * (row * 80 + column);
+}
+
+void look(int column, int row, const std::string &expected) {
+    std::string seen;
+    for (size_t i = 0; i < expected.size(); i++) {
+        seen += static_cast<char>(*cellat(column + static_cast<int>(i), row));
+    }
+    EXPECT_EQ(seen, expected) << "row " << row;
+}
+
+void attributes(const std::string &rest) {
+    std::istringstream words(rest);
+    int column = 0;
+    int row = 0;
+    words >> column >> row;
+    for (std::string word; words >> word;) {
+        const size_t star = word.find('*');
+        for (int n = star == std::string::npos ? 1 : std::stoi(word.substr(star + 1)); n > 0; n--) {
+            EXPECT_EQ(cellat(column, row)[1], std::stoi(word, nullptr, 16)) << "column " << column;
+            column++;
+        }
+    }
+}
+
+void command(const std::string &line) {
+    const std::string verb = line.substr(0, line.find(' '));
+    const std::string rest = line.substr(std::min(line.size(), verb.size() + 1));
+    Numbers numbers;
+    std::istringstream words(rest);
+    for (std::string word; words >> word;) {
+        numbers.push_back(atoi(word.c_str()));
+    }
+    if (verb == "reset") {
+        reset(rest);
+    } else if (verb == "print") {
+        plex::unxprntf("%s", unquote(rest).c_str());
+    } else if (verb == "at") {
+        EXPECT_EQ(Numbers({plex::curcurx(), plex::curcury()}), numbers);
+    } else if (verb == "screen") {
+        std::istringstream rows(rest.substr(rest.find('|') + 1));
+        int row = numbers.at(1);
+        for (std::string expected; std::getline(rows, expected, '|');) {
+            look(numbers[0], row++, expected);
+        }
+    } else if (verb == "attrs") {
+        attributes(rest);
+    } else if (verb == "flags") {
+        Numbers marked;
+        for (int i = 0; i < 25; i++) {
+            if (std::exchange(plex::updflg[i], 0) != 0) {
+                marked.push_back(i);
+            }
+        }
+        EXPECT_EQ(marked, numbers);
+    } else if (verb == "rest") {
+        EXPECT_EQ(test::changed(arena, numbers.at(0), numbers.at(1), numbers.at(2), numbers.at(3)),
+                  "");
+    } else if (verb == "is") {
+        EXPECT_EQ(*values.at(rest.substr(0, rest.find(' '))), numbers.at(1));
+    } else if (verb == "calls") {
+        EXPECT_EQ(std::exchange(calls, ""), rest);
+    } else {
+        routines.at(verb)(numbers);
+    }
+}
+
+class Screen : public testing::TestWithParam<std::string> {};
+
+TEST_P(Screen, Script) {
+    std::ifstream file(SOURCE_DIR "/tests/screen/" + GetParam() + ".t");
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        SCOPED_TRACE(GetParam() + ".t:" + std::to_string(++number) + ": " + line);
+        while (!line.empty() && line[0] != '#') {
+            const size_t end = line.find(" / ");
+            ASSERT_NO_THROW(command(line.substr(0, end))); // the author's own mistake
+            line = end == std::string::npos ? "" : line.substr(end + 3);
+        }
+    }
+    EXPECT_GT(number, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Scripts, Screen,
+                         testing::Values("10glyphs", "11control", "20window", "21cursor",
+                                         "30sequences", "31moves", "32erase", "33colours",
+                                         "34region"),
+                         [](const auto &info) { return info.param; });
+
+TEST(ScreenProperties, AnyStream) {
+    const char *const tokens[] = {
+        "\33[",    "\33",      "\33D",
+        "\33M",    "\33[J",    "\33[2J",
+        "\33[K",   ";",        "m",
+        "H",       "r",        "A",
+        "B",       "C",        "D",
+        "s",       "u",        "\n",
+        "\r",      "\b",       "\f",
+        "\a",      "\t",       "255",
+        "1",       "12",       "0",
+        "words",   "\33[m",    "%",
+        "\33[;5H", "\33[2;4r", "a longer piece of plain text, ",
+        "\x9B",
+    };
+    std::minstd_rand rng(2);
+    for (int i = 0; i < 4000; i++) {
+        std::string stream;
+        for (int j = 0; j < 6; j++) {
+            stream += static_cast<char>(rng() >> 3);
+        }
+        for (auto n = rng() % 120; n > 0; n--) {
+            stream += rng() % 8 == 0 ? std::string(1, static_cast<char>(rng() >> 3))
+                                     : tokens[rng() % std::size(tokens)];
+        }
+        ASSERT_EQ(test::violated(stream), "") << i << ": " << testing::PrintToString(stream);
+    }
+}
+
+TEST(ScreenImage, StartsEmpty) {
+    reset("");
+    plex::grafbuf = nullptr;
+    const unsigned char *image = plex::frzseg();
+    EXPECT_EQ(plex::frzseg(), image);
+    EXPECT_EQ(plex::updflg, image + 4000);
+    EXPECT_EQ(plex::curcurs(), 1);
+    EXPECT_EQ(std::count(image, image + 4029, 0), 4029);
+    EXPECT_EQ(plex::prfspd(9), 9);
+    EXPECT_EQ(plex::speedy, 9);
+}
+
+TEST(ScreenImage, OfTheSystemConsole) {
+    const std::pair<const char *, const char *> rows[] = {
+        {"driver", "closed\nUnable to open /dev/console\n"},
+        {"open", "closed\nUnable to open /dev/console\n"},
+        {"map", "closed\nUnable to get current screen mapping table\n"},
+        {"memory", "closed\nUnable to get base position in video memory\n"},
+    };
+    for (const auto &[step, message] : rows) {
+        const auto outcome = test::inchild([&] {
+            reset("vga");
+            plex::grafbuf = nullptr;
+            failing = step;
+            plex::condev = step == rows[0].first ? nullptr : &controller;
+            plex::frzseg();
+        });
+        EXPECT_EQ(outcome.code(), 255);
+        EXPECT_EQ(outcome.err, message);
+    }
+}
+
+TEST(ScreenPrint, CountsAndFormats) {
+    reset("x");
+    EXPECT_EQ(plex::unxprntf("%d%%", 50), 3);
+    EXPECT_EQ(calls, "update(0)");
+    EXPECT_EQ(plex::unxprntf("%s", ""), 0);
+    EXPECT_EQ(plex::curcurx(), 3);
+    plex::proff(10, 5);
+    EXPECT_EQ(plex::prat(2, 3, "%s", "100%% %d %"), 9); // formatted twice, the second time bare
+    look(12, 8, "100% %d %.");
+    EXPECT_EQ(plex::printfat(70, 24, "%s", "100%% wraps here"), 16);
+    look(70, 23, "100%% wrap");
+    look(0, 24, "s here  ");
+    plex::rstloc();
+    EXPECT_EQ(plex::curcurx() + 100 * plex::curcury(), 821);
+    EXPECT_EQ(plex::pat(0, 0, "%s", "top"), 3);
+    const std::string longest(70000, 'x');
+    EXPECT_EQ(plex::printfat(0, 0, "%s", longest.c_str()), 70000);
+    EXPECT_EQ(plex::curcurx(), 16383 % 80);
+    EXPECT_EQ(plex::unxprntf("%s", longest.c_str()), 70000 % 65536);
+    EXPECT_EQ(plex::auxcrt(), 0);
+}
+
+} // namespace
