@@ -31,6 +31,6 @@ need() {
 # What it takes to build.
 BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
 # What the tests drive or are built from.
-TEST_PACKAGES=(googletest python3 bash)
+TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool xfonts-terminus-dos)
 # The emulated PC, without which one test counts as skipped.
 EMULATOR_PACKAGES=(qemu-system-x86)

@@ -6,6 +6,7 @@
 #include "libunix/runtime/process.h"
 #include "libunix/screen/print.h"
 #include "tests/segments.h"
+#include "tools/play.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -224,6 +225,38 @@ TEST(Segment, IsSharedAndOutlivesItsWriter) {
         EXPECT_NE(reader.out.find(line), std::string::npos) << line << reader.out;
     }
     EXPECT_LT(shmget(test::segmentkey(), 0, 0), 0);
+}
+
+TEST(Methods, ShowTheSameCells) {
+    using namespace std::string_literals;
+    NEED_OWN_SEGMENTS();
+    std::string cells[3];
+    int at = 0;
+    for (const int32_t method : {plex::DSP_NULL, plex::DSP_REMOTE, plex::DSP_X11}) {
+        const test::Home home;
+        cells[at++] =
+            test::inchild([&] {
+                setenv("BBSFONT", "f", 1);
+                plex::opntrm(method, "test");
+                plex::frzseg();
+                plex::ansion(1);
+                EXPECT_TRUE(plex::playfile(SOURCE_DIR "/tools/harbour.ans"));
+                const std::string more =
+                    "\033[0m\033[5;20r\033[20;1Hscrolled\0\n\n\033[31;5mred\x1A is the end"s;
+                EXPECT_FALSE(plex::playtext(more.data(), more.size()));
+                fwrite(plex::frzseg(), 1, plex::cellbytes, stdout);
+                plex::clstrm();
+            }).out;
+    }
+    test::removesegment();
+    EXPECT_EQ(cells[0].size(), plex::cellbytes);
+    EXPECT_EQ(cells[0].substr(19 * 160, 6), "r\x84"
+                                            "e\x84"
+                                            "d\x84");
+    EXPECT_EQ(cells[0].substr(17 * 160, 16), "s\a"
+                                             "c\ar\ao\al\al\ae\ad\a");
+    EXPECT_TRUE(cells[0] == cells[1]) << "the shared screen differs";
+    EXPECT_TRUE(cells[0] == cells[2]) << "the window differs";
 }
 
 TEST(Segment, FailuresAreCatastrophes) {

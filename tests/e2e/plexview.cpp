@@ -1,0 +1,183 @@
+// plexview and conshow: a shared console on a real terminal, which tmux keeps.
+
+#include "tests/segments.h"
+
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+
+const std::string conshow = BUILD_DIR "/conshow";
+const std::string plexview = BUILD_DIR "/plexview";
+
+// A terminal in which a shell runs `command`.
+class Terminal {
+public:
+    explicit Terminal(const std::string &command, int columns = 90, int rows = 27) {
+        const auto made =
+            tmux({"-f", "/dev/null", "new-session", "-d", "-x", std::to_string(columns), "-y",
+                  std::to_string(rows), command + "; echo status=$?; exec cat"});
+        EXPECT_EQ(made.code(), 0) << made.err;
+    }
+    ~Terminal() { tmux({"kill-server"}); }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    test::Outcome tmux(std::vector<std::string> args) const {
+        args.insert(args.begin(), {"tmux", "-u", "-S", socket});
+        return test::Program(args, {"TMUX", "LC_ALL=C.UTF-8"}).wait();
+    }
+    std::string screen() { return tmux({"capture-pane", "-p", "-e"}).out; }
+    void keys(const std::vector<std::string> &names) {
+        std::vector<std::string> args = {"send-keys"};
+        args.insert(args.end(), names.begin(), names.end());
+        tmux(args);
+    }
+    // Whether the terminal comes to show the text.
+    testing::AssertionResult shows(const std::string &text) {
+        std::string last;
+        if (test::eventually([&] { return (last = screen()).find(text) != std::string::npos; })) {
+            return testing::AssertionSuccess();
+        }
+        return testing::AssertionFailure() << "no \"" << text << "\" in:\n" << last;
+    }
+
+private:
+    inline static int count = 0;
+    std::string socket = "tmux" + std::to_string(count++);
+};
+
+class Viewer : public testing::Test {
+protected:
+    void SetUp() override {
+        NEED_OWN_SEGMENTS();
+        test::removesegment();
+        setenv("BBSCONFIG", "/dev/null", 1);
+        setenv("SHELL", "/bin/sh", 1);
+    }
+    ~Viewer() override { test::removesegment(); }
+
+    // A program with a console, ready for viewers.
+    std::unique_ptr<test::Program> program(const std::vector<std::string> &files = {}) {
+        std::vector<std::string> args = {conshow, "-n", "plexhost"};
+        args.insert(args.end(), files.begin(), files.end());
+        auto started = std::make_unique<test::Program>(args);
+        EXPECT_NE(test::expect(started->out, "console.\n"), "");
+        return started;
+    }
+
+    test::Home home;
+};
+
+TEST_F(Viewer, ShowsTheScreenAndSendsKeys) {
+    test::spew("p.ans", "\033[2;3H\033[1;33;44mmoon\333\033[0;5;31mblink\033[5;7H\033[s");
+    const auto shown = program({"p.ans"});
+    Terminal term(plexview);
+    EXPECT_TRUE(term.shows("plexview: Ctrl+] leaves"));
+    EXPECT_TRUE(term.shows("\033[93m\033[44mmoon█\033[5m\033[31m\033[40mblink"));
+    EXPECT_EQ(term.tmux({"display", "-p", "#{cursor_x},#{cursor_y},#{cursor_flag}"}).out,
+              "6,4,1\n");
+    const char *const keys[][2] = {
+        {"a", "0x0061 \"a\""}, {"F1", "0x3B00"},    {"S-F1", "0x5400"},  {"C-F5", "0x6200"},
+        {"M-F10", "0x7100"},   {"Up", "0x4800"},    {"Down", "0x5000"},  {"C-Left", "0x7300"},
+        {"Home", "0x4700"},    {"C-End", "0x7500"}, {"PPage", "0x4900"}, {"NPage", "0x5100"},
+        {"IC", "0x5200"},      {"DC", "0x5300"},    {"BTab", "0x0F00"},  {"Tab", "0x0009"},
+        {"BSpace", "0x0008"},  {"M-a", "0x1E00"},   {"M-Z", "0x2C00"},   {"M-5", "0x7C00"},
+        {"C-a", "0x0001"},     {"C-c", "0x0003"},   {"é", "0x0082"},     {"S-Right", "0x4D00"},
+    };
+    for (const auto &k : keys) {
+        term.keys({k[0]});
+        EXPECT_TRUE(term.shows(std::string("Key ") + k[1])) << k[0];
+    }
+    term.keys({"C-]"});
+    EXPECT_TRUE(term.shows("status=0"));
+    EXPECT_EQ(term.screen().find("moon"), std::string::npos) << "the terminal was not given back";
+    EXPECT_EQ(term.tmux({"display", "-p", "#{cursor_flag}"}).out, "1\n");
+    EXPECT_TRUE(shown->running());
+    Terminal again(plexview); // it takes the next viewer, and Escape ends it with that
+    EXPECT_TRUE(again.shows("moon"));
+    again.keys({"Escape"});
+    EXPECT_TRUE(again.shows("status=0"));
+    EXPECT_EQ(shown->wait().code(), 0);
+    EXPECT_FALSE(test::exists("plexhost.console"));
+}
+
+TEST_F(Viewer, GoesWhenAnotherComes) {
+    const auto shown = program();
+    Terminal first(plexview + " " + home.path);
+    first.keys({"x"});
+    ASSERT_TRUE(first.shows("Key 0x0078"));
+    Terminal second("sh -c 'echo $$ > pid; exec " + plexview + "'");
+    second.keys({"y"});
+    EXPECT_TRUE(second.shows("Key 0x0079"));
+    EXPECT_TRUE(first.shows("status=0"));
+    EXPECT_EQ(first.screen().find("ended"), std::string::npos) << "it was not quiet";
+    pid_t pid = atoi(test::slurp("pid").c_str());
+    ASSERT_GT(pid, 1);
+    kill(pid, SIGKILL);
+    EXPECT_TRUE(second.shows("status=137"));
+    Terminal third("sh -c 'echo $$ > pid; exec " + plexview + "'");
+    third.keys({"z"});
+    EXPECT_TRUE(third.shows("Key 0x007A"));
+    pid = atoi(test::slurp("pid").c_str());
+    ASSERT_GT(pid, 1);
+    kill(pid, SIGTERM);
+    EXPECT_TRUE(third.shows("status=143"));
+    EXPECT_EQ(third.screen().find("Key"), std::string::npos) << "the terminal was not given back";
+    EXPECT_TRUE(shown->running());
+}
+
+TEST_F(Viewer, TellsWhenTheProgramDies) {
+    auto shown = program();
+    Terminal term(plexview);
+    term.keys({"x"});
+    ASSERT_TRUE(term.shows("Key 0x0078"));
+    kill(shown->pid, SIGKILL);
+    EXPECT_TRUE(term.shows("plexview: the program has ended\nstatus=1"));
+    EXPECT_TRUE(test::exists("plexhost.console"));
+    shown = program(); // the socket left behind is no obstacle
+    Terminal next(plexview);
+    next.keys({"x"}); // the picture is in the segment still; the program answers keys
+    EXPECT_TRUE(next.shows("Key 0x0078"));
+    kill(shown->pid, SIGTERM);
+    EXPECT_TRUE(next.shows("status=0"));
+    EXPECT_EQ(shown->wait().code(), 0);
+    EXPECT_FALSE(test::exists("plexhost.console"));
+}
+
+TEST_F(Viewer, SmallTerminalsAreTold) {
+    const auto shown = program();
+    Terminal term(plexview, 80, 24);
+    EXPECT_TRUE(term.shows("This terminal is 80 x 24;\nthe console needs 80 x 25."));
+    term.tmux({"resize-window", "-x", "80", "-y", "25"});
+    EXPECT_TRUE(term.shows("tries a console out"));
+    term.tmux({"resize-window", "-x", "79", "-y", "25"});
+    EXPECT_TRUE(term.shows("This terminal is 79 x 25"));
+    term.keys({"C-]"});
+    EXPECT_TRUE(term.shows("status=0"));
+}
+
+TEST_F(Viewer, SaysWhatIsMissing) {
+    const auto told = [](const std::string &command, const std::string &text) {
+        Terminal term(command);
+        EXPECT_TRUE(term.shows(text));
+    };
+    told(plexview, "plexview: no program of this user shows a console\nstatus=1");
+    ASSERT_GE(shmget(test::segmentkey(), 100, IPC_CREAT | 0600), 0);
+    told(plexview, "plexview: this user's shared memory is too small for a screen\nstatus=1");
+    told(conshow + " -n plexhost", "is too small for a screen");
+    EXPECT_FALSE(test::exists("plexhost.console"));
+    test::removesegment();
+    ASSERT_GE(shmget(test::segmentkey(), 4029, IPC_CREAT | 0600), 0);
+    told(plexview, "plexview: no program shows its console in .\nstatus=1");
+    told(plexview + " nodir", "plexview: nodir: No such file or directory\nstatus=1");
+    told("TERM=nothing " + plexview, "no program shows its console");
+    const auto piped = test::Program({plexview}).wait();
+    EXPECT_EQ(piped.err, "plexview: standard input and output must be a terminal\n");
+    EXPECT_EQ(piped.code(), 1);
+    const auto nofile = test::Program({conshow, "nofile"}).wait();
+    EXPECT_EQ(nofile.err, "conshow: nofile: No such file or directory\n");
+    EXPECT_EQ(nofile.code(), 1);
+}
+
+} // namespace
