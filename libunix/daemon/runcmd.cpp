@@ -39,7 +39,11 @@ struct {
     // The masters in the table, the links, the lock, the log and our end of this very terminal: a
     // command that kept its own master open would never see a hang-up. In one call, and the table
     // is left where it is: to walk it would cost a call for each command and a copy of its memory.
-    close_range(STDERR_FILENO + 1, ~0U, 0);
+    if (close_range(STDERR_FILENO + 1, ~0U, 0) < 0) { // a kernel without it
+        free_children();
+        close(bbsfd);
+        close(ipcfd);
+    }
     children = nullptr;
     bbsfd = -1;
     ipcfd = -1;
