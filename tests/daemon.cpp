@@ -364,6 +364,29 @@ TEST_F(Daemon, StaleFilesDoNotMatter) {
     finish();
 }
 
+TEST_F(Daemon, StandardDescriptorsMayBeMissing) {
+    const std::string closing = "exec " + file + " -d <&- >&- 2>&-";
+    for (const char *log : {"file", "stderr"}) {
+        file = "/bin/sh";
+        begin({"-c", closing}, {std::string("BBSLOG=") + log});
+        EXPECT_EQ(output(1, "/bin/echo x"), "x\r\n");
+        EXPECT_EQ(output(2, probe + " process"),
+                  "fds=0 1 2 leader=1 terminal=1 foreground=1 blocked=\r\n");
+        finish();
+    }
+}
+
+TEST_F(Daemon, NobodyReadsItsLog) {
+    begin({"-d"}, {"BBSLOG=stderr"});
+    close(program->err);
+    program->err = -1;
+    EXPECT_EQ(output(1, "/bin/echo x"), "x\r\n");
+    // Its SIGPIPE is not the commands'.
+    EXPECT_EQ(output(2, probe + " process"),
+              "fds=0 1 2 leader=1 terminal=1 foreground=1 blocked=\r\n");
+    finish();
+}
+
 TEST_F(Daemon, StartFailures) {
     const struct {
         const char *config; // null: as it should be

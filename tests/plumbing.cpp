@@ -106,6 +106,13 @@ TEST(Passing, InOrderWithBytes) {
     close(s[0]);
     EXPECT_EQ(plex::recv_fd(s[1]), -1);
     EXPECT_EQ(errno, ENXIO);
+    int r[2]; // also when the peer closed with bytes of ours unread, which resets the stream
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, r), 0);
+    ASSERT_EQ(write(r[1], "x", 1), 1);
+    close(r[0]);
+    EXPECT_EQ(plex::recv_fd(r[1]), -1);
+    EXPECT_EQ(errno, ENXIO);
+    close(r[1]);
     for (const int fd : {s[1], p[0], p[1]}) {
         close(fd);
     }

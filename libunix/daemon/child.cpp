@@ -168,6 +168,7 @@ void killcmd(int usrnum) {
 }
 
 void cleanup(int signo) {
+    block_endings();           // once is enough, and half-way is no place to start again
     usignal(SIGCHLD, SIG_IGN); // no notices from here on
     dellck(lockfd, LOCKNAME);
     unlink(ENDPOINT);

@@ -23,6 +23,7 @@ namespace plex {
 
 struct termios mytermios;
 struct winsize mywinsize;
+sighandler sigpipe = SIG_DFL;
 
 namespace {
 
@@ -35,15 +36,12 @@ struct {
 [[noreturn]] void becomecommand(char *cmdstg, sigset_t oldmask) {
     usignal(SIGTERM, SIG_DFL);
     usignal(SIGINT, SIG_DFL);
+    usignal(SIGPIPE, sigpipe);
     unblock_signal(oldmask);
     // The masters in the table, the links, the lock, the log and our end of this very terminal: a
     // command that kept its own master open would never see a hang-up. In one call, and the table
     // is left where it is: to walk it would cost a call for each command and a copy of its memory.
-    if (close_range(STDERR_FILENO + 1, ~0U, 0) < 0) { // a kernel without it
-        free_children();
-        close(bbsfd);
-        close(ipcfd);
-    }
+    closefrom(STDERR_FILENO + 1);
     children = nullptr;
     bbsfd = -1;
     ipcfd = -1;

@@ -19,6 +19,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace plex {
@@ -63,7 +64,20 @@ void handle(int signo, sighandler func, const char *failure, int status) {
     }
 }
 
+// Without them the lock, the endpoint or the link would be a command's input or output, and what is
+// said on standard error would go to the host.
+void needstandardfds() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
 void start(int argc, char **argv) {
+    needstandardfds();
+    sigpipe =
+        usignal(SIGPIPE, SIG_IGN); // nobody may be reading our log and standard error any more
     relpriv();
     bbshome();
     opntrm(DSP_NULL, "vosterd");

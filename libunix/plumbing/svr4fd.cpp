@@ -28,11 +28,12 @@ int lookahead(int fd) {
     msg.msg_iov = &iov;
     msg.msg_iovlen = 1;
     const ssize_t n = recvmsg(fd, &msg, MSG_PEEK);
+    // A peer that closed with bytes of ours unread resets the stream: its end all the same.
+    if (n == 0 || (n < 0 && errno == ECONNRESET)) {
+        return ENXIO;
+    }
     if (n < 0) {
         return errno;
-    }
-    if (n == 0) {
-        return ENXIO;
     }
     return n == 1 && (msg.msg_flags & MSG_CTRUNC) != 0 ? 0 : EBADMSG;
 }

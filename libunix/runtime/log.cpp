@@ -1,6 +1,6 @@
-// The log writes with one system call for each item and keeps no text of its own: inform is called
-// from signal handlers, and a handler that interrupts a half-done item of a buffered stream would
-// find that stream's state half changed.
+// inform is called from signal handlers too, which may interrupt another call of it, or the C
+// library's streams and memory at work. So it touches neither: an item is formatted on the stack
+// and goes out with one system call.
 
 #include "libunix/runtime/log.h"
 
@@ -12,6 +12,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace plex {
 namespace {
@@ -19,6 +21,22 @@ namespace {
 FILE *fp; // null: no log
 
 constexpr int linebytes = 16;
+
+// Longer than anything that a handler says; only text beyond it takes memory.
+constexpr size_t itemsize = 2048;
+
+// Errors are ignored: a full disk or a reader that is gone is no reason to stop.
+void writeall(const char *text, size_t len) {
+    while (len > 0) {
+        const ssize_t n = write(fileno(fp), text, len);
+        if (n > 0) {
+            text += n;
+            len -= static_cast<size_t>(n);
+        } else if (n == 0 || errno != EINTR) {
+            break;
+        }
+    }
+}
 
 // Room for a label-free dump line: two addresses' worth of text, 16 * 3 + 3 + 16 and a newline.
 constexpr size_t dumpline = 128;
@@ -48,9 +66,23 @@ void inform(const char *fmt, ...) {
         return;
     }
     const int saved = errno; // handlers report errno after logging
+    char item[itemsize];
     va_list args;
+    va_list again;
     va_start(args, fmt);
-    vdprintf(fileno(fp), fmt, args);
+    va_copy(again, args);
+    const int len = vsnprintf(item, sizeof item, fmt, args);
+    if (len >= static_cast<int>(sizeof item)) {
+        const size_t size = static_cast<size_t>(len) + 1;
+        auto *longer = static_cast<char *>(malloc(size));
+        if (longer != nullptr) {
+            writeall(longer, static_cast<size_t>(vsnprintf(longer, size, fmt, again)));
+            free(longer);
+        }
+    } else if (len > 0) {
+        writeall(item, static_cast<size_t>(len));
+    }
+    va_end(again);
     va_end(args);
     errno = saved;
 }

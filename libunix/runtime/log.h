@@ -13,7 +13,7 @@ namespace plex {
 void bgnlog(const char *filnam);
 
 // Writes one item, formatted as printf does. Adds nothing: the format carries its own newline.
-// May be called from a signal handler that interrupts another call.
+// May be called from a signal handler that interrupts another call (items of up to 2047 bytes).
 void inform(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 // Writes a dump of the `len` bytes at `buf`, headed by `str`: sixteen bytes a line in hexadecimal
