@@ -25,30 +25,28 @@ class Arena {
 public:
     static constexpr size_t margin = 2 * 256 * 81;
 
-    Arena() : memory(margin + plex::imagebytes + margin) { fill(); }
+    Arena() : pristine(margin + plex::imagebytes + margin, 0xA5) {
+        memset(pristine.data() + margin, 0, plex::imagebytes);
+        for (size_t i = 0; i < plex::cellbytes; i += 2) {
+            pristine[margin + i] = '.';
+            pristine[margin + i + 1] = 7;
+        }
+        memory = pristine;
+    }
 
     unsigned char *image() { return memory.data() + margin; }
 
-    // Every cell is a dot on black, the rest as it would be.
-    void fill() {
-        std::fill(memory.begin(), memory.end(), 0xA5);
-        for (size_t i = 0; i < plex::cellbytes; i += 2) {
-            image()[i] = '.';
-            image()[i + 1] = 7;
-        }
-        memset(image() + plex::cellbytes, 0, plex::imagebytes - plex::cellbytes);
-    }
+    // Every cell is a dot, light grey on black; no flag is set.
+    void fill() { memcpy(memory.data(), pristine.data(), memory.size()); }
 
     bool intact() {
-        for (size_t i = 0; i < memory.size(); i++) {
-            if (memory[i] != 0xA5 && (i < margin || i >= margin + plex::imagebytes)) {
-                return false;
-            }
-        }
-        return true;
+        const size_t behind = margin + plex::imagebytes;
+        return memcmp(memory.data(), pristine.data(), margin) == 0 &&
+               memcmp(memory.data() + behind, pristine.data() + behind, margin) == 0;
     }
 
 private:
+    std::vector<unsigned char> pristine;
     std::vector<unsigned char> memory;
 };
 
@@ -93,11 +91,11 @@ inline bool agree() {
 // The first cell outside of a rectangle that is not as fill() left it; empty when there is none.
 inline std::string changed(Arena &arena, int left, int top, int right, int bottom) {
     for (int i = 0; i < plex::scrrows * plex::scrcols; i++) {
+        const unsigned char *cell = arena.image() + 2 * i;
         const int column = i % plex::scrcols;
         const int row = i / plex::scrcols;
-        const bool inside = column >= left && column <= right && row >= top && row <= bottom;
-        const unsigned char *cell = arena.image() + 2 * i;
-        if (!inside && (cell[0] != '.' || cell[1] != 7)) {
+        if ((cell[0] != '.' || cell[1] != 7) &&
+            (column < left || column > right || row < top || row > bottom)) {
             return "column " + std::to_string(column) + " row " + std::to_string(row) + " changed";
         }
     }
