@@ -116,6 +116,7 @@ bool showkeys() {
             return true;
         }
         if (key == CODE_F10) {
+            nocore = 1; // this one has no cause to look for
             catastro("This is what a catastrophe looks like.");
         }
     }
