@@ -30,6 +30,9 @@ need() {
 
 # What it takes to build.
 BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
+# What the fuzzers and the 32-bit programs are built with.
+FUZZ_PACKAGES=(clang libclang-rt-dev)
+I386_PACKAGES=(g++-multilib lib32ncurses-dev)
 # What the tests drive or are built from.
 TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool xfonts-terminus-dos)
 # The emulated PC, without which one test counts as skipped.
