@@ -275,16 +275,16 @@ TEST(ScreenImage, OfTheSystemConsole) {
         {"map", "closed\nUnable to get current screen mapping table\n"},
         {"memory", "closed\nUnable to get base position in video memory\n"},
     };
-    for (const auto &[step, message] : rows) {
+    for (const auto &r : rows) {
         const auto outcome = test::inchild([&] {
             reset("vga");
             plex::grafbuf = nullptr;
-            failing = step;
-            plex::condev = step == rows[0].first ? nullptr : &controller;
+            failing = r.first;
+            plex::condev = &r == rows ? nullptr : &controller;
             plex::frzseg();
         });
         EXPECT_EQ(outcome.code(), 255);
-        EXPECT_EQ(outcome.err, message);
+        EXPECT_EQ(outcome.err, r.second);
     }
 }
 

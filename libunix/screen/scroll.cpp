@@ -69,7 +69,7 @@ void scroll(int by) {
             }
         }
         if (keepsflags()) {
-            memset(updflg + top, 1, static_cast<size_t>(bottom - top + 1));
+            std::fill(updflg + top, updflg + bottom + 1, 1);
         }
     }
     blankrow(freed);
