@@ -26,8 +26,9 @@ using Clock = std::chrono::steady_clock;
 using plex::Link;
 
 constexpr int inflight = 8;
-constexpr int running = 500; // commands, when memory is looked at
-const std::string EXIT0 = BENCH_DIR "/exit0";
+constexpr int running = 500;                  // commands, when memory is looked at
+const std::string EXIT0 = BENCH_DIR "/exit0"; // a static program on the C library
+const std::string BARE = BENCH_DIR "/bare";   // a few instructions
 const std::string FLOOR = BENCH_DIR "/floor";
 
 plex::OwnDaemon own;
@@ -111,8 +112,9 @@ int descriptor() {
     return fd;
 }
 
-double nobroker(int count, std::vector<double> &) {
-    FILE *out = popen(("exec " + FLOOR + " " + EXIT0 + " " + std::to_string(count)).c_str(), "re");
+double nobroker(const std::string &program, int count, std::vector<double> &) {
+    FILE *out =
+        popen(("exec " + FLOOR + " " + program + " " + std::to_string(count)).c_str(), "re");
     double rate = 0;
     if (out == nullptr || fscanf(out, "%lf", &rate) != 1 || pclose(out) != 0) {
         fail("the floor failed");
@@ -121,12 +123,12 @@ double nobroker(int count, std::vector<double> &) {
 }
 
 // One request after the other, each to its notice. Adds to `waits` what each descriptor took.
-double onebyone(int count, std::vector<double> &waits) {
+double onebyone(const std::string &program, int count, std::vector<double> &waits) {
     begin();
     const auto start = Clock::now();
     for (int i = 0; i < count; i++) {
         const auto asked = Clock::now();
-        plex::hostrun(own.link, i, EXIT0);
+        plex::hostrun(own.link, i, program);
         next();
         const int fd = descriptor();
         waits.push_back(since(asked));
@@ -143,7 +145,7 @@ double onebyone(int count, std::vector<double> &waits) {
 
 // Eight at a time, each until the end of its output; notices may be held back and are not waited
 // for.
-double several(int count, std::vector<double> &waits) {
+double several(const std::string &program, int count, std::vector<double> &waits) {
     begin();
     std::vector<pollfd> fds = {{own.link, POLLIN, 0}};
     std::vector<Clock::time_point> asked(static_cast<size_t>(count));
@@ -152,7 +154,7 @@ double several(int count, std::vector<double> &waits) {
     const auto request = [&] {
         if (requested < count) {
             asked[static_cast<size_t>(requested)] = Clock::now();
-            plex::hostrun(own.link, requested++, EXIT0);
+            plex::hostrun(own.link, requested++, program);
         }
     };
     for (int i = 0; i < inflight; i++) {
@@ -219,14 +221,16 @@ void memory() {
 // One way of launching, over all rounds.
 struct Way {
     const char *what;
+    const std::string &program;
+    double (*launcher)(const std::string &program, int count, std::vector<double> &waits);
     std::vector<double> rates{}; // launches per second
     std::vector<double> costs{}; // processor seconds for one
     std::vector<double> waits{}; // seconds from request to descriptor
 };
 
-template <typename Launcher> void measure(Way &way, int count, Launcher launcher) {
+void measure(Way &way, int count) {
     const double before = processor();
-    way.rates.push_back(launcher(count, way.waits));
+    way.rates.push_back(way.launcher(way.program, count, way.waits));
     way.costs.push_back((processor() - before) / count);
 }
 
@@ -256,33 +260,38 @@ int main(int argc, char **argv) {
     setrlimit(RLIMIT_NOFILE, &files);
     cpu_set_t cores;
     sched_getaffinity(0, sizeof cores, &cores);
-    const bool two = CPU_COUNT(&cores) > 1;
 
-    Way floor1 = {"one core   no broker"};
-    Way one = {"           one at a time"};
-    Way floor2 = {"two cores  no broker"};
-    Way many = {"           8 in flight"};
+    // Each pair a floor and the daemon's way, on so many cores.
+    struct {
+        int cores;
+        Way floor, daemon;
+    } pairs[] = {
+        {1,
+         {"one core   no broker", EXIT0, nobroker},
+         {"           one at a time", EXIT0, onebyone}},
+        {2, {"two cores  no broker", EXIT0, nobroker}, {"           8 in flight", EXIT0, several}},
+        {1, {"bare, one  no broker", BARE, nobroker}, {"           one at a time", BARE, onebyone}},
+    };
     for (int i = 0; i < rounds; i++) {
-        confine(cores, 1);
-        measure(floor1, count, nobroker);
-        measure(one, count, onebyone);
-        if (two) {
-            confine(cores, 2);
-            measure(floor2, count, nobroker);
-            measure(many, count, several);
+        for (auto &pair : pairs) {
+            if (pair.cores <= CPU_COUNT(&cores)) {
+                confine(cores, pair.cores);
+                measure(pair.floor, count);
+                measure(pair.daemon, count);
+            }
         }
     }
     printf("medians of %d rounds of %d launches\n", rounds, count);
     printf("%-26s %8s %7s %11s %19s\n", "", "", "of the", "processor", "request to");
     printf("%-26s %8s %7s %11s %19s\n", "", "", "floor's", "time of one", "descriptor, us");
     printf("%-26s %8s %7s %11s %11s %7s\n", "", "per s", "rate", "us", "p50", "p99");
-    print(floor1, floor1);
-    print(one, floor1);
-    if (two) {
-        print(floor2, floor2);
-        print(many, floor2);
-    } else {
-        puts("two cores  not measured: there is one");
+    for (const auto &pair : pairs) {
+        if (pair.floor.rates.empty()) {
+            puts("two cores  not measured: there is one");
+        } else {
+            print(pair.floor, pair.floor);
+            print(pair.daemon, pair.floor);
+        }
     }
     memory();
     return 0;
