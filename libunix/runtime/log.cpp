@@ -61,6 +61,10 @@ void bgnlog(const char *filnam) {
     }
 }
 
+bool logging() {
+    return fp != nullptr;
+}
+
 void inform(const char *fmt, ...) {
     if (fp == nullptr) {
         return;

@@ -12,6 +12,9 @@ namespace plex {
 // or emptied. A log opened earlier is left to its owner; call this once.
 void bgnlog(const char *filnam);
 
+// Whether there is a log, for a caller whose items are dear to make.
+bool logging();
+
 // Writes one item, formatted as printf does. Adds nothing: the format carries its own newline.
 // May be called from a signal handler that interrupts another call (items of up to 2047 bytes).
 void inform(const char *fmt, ...) __attribute__((format(printf, 1, 2)));

@@ -21,9 +21,16 @@ namespace plex {
 namespace {
 
 void seteffective(const char *name, uid_t uid) {
-    // An ordinary user has nothing to switch; the caller's next step shows what is missing.
-    [[maybe_unused]] const int result = seteuid(uid);
-    inform("%s: uid=%d euid=%d\n", name, static_cast<int>(getuid()), static_cast<int>(geteuid()));
+    // An ordinary user has nothing to switch; the caller's next step shows what is missing. Four
+    // switches come with every launch, so none that changes nothing is made, nor an item for no
+    // log.
+    if (geteuid() != uid) {
+        [[maybe_unused]] const int result = seteuid(uid);
+    }
+    if (logging()) {
+        inform("%s: uid=%d euid=%d\n", name, static_cast<int>(getuid()),
+               static_cast<int>(geteuid()));
+    }
 }
 
 } // namespace
