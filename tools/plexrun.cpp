@@ -28,8 +28,8 @@ namespace plex {
 namespace {
 
 constexpr const char *USAGE =
-    "usage: plexrun [-u USRNUM] [-H HOME] [--] COMMAND [ARG...]\n"
-    "       plexrun [-u USRNUM] [-H HOME] -c 'COMMAND LINE'\n"
+    "usage: plexrun [-v] [-u USRNUM] [-H HOME] [--] COMMAND [ARG...]\n"
+    "       plexrun [-v] [-u USRNUM] [-H HOME] -c 'COMMAND LINE'\n"
     "Runs a command on a pseudo-terminal through vosterd: through one of its own,\n"
     "or through the one that runs in HOME. Exits as the command does; plexrun(1)\n"
     "has the statuses that are its own.\n";
@@ -47,13 +47,14 @@ enum : int {
 };
 
 constexpr int patience = 5000; // milliseconds for a daemon to start, and to answer
-constexpr int setup = 2000;    // and for a command's terminal to be set up
+constexpr int setup = 2000;    // and for a command to take its terminal
 
 struct Options {
     int usrnum = 0;
     const char *home = nullptr; // of a running daemon
     const char *line = nullptr; // the command line as it is
     std::vector<std::string> args;
+    bool verbose = false; // tell what the daemon tells
 };
 
 OwnDaemon own;
@@ -86,7 +87,7 @@ Options options(int argc, char **argv) {
     static const option longs[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
     Options opts;
     opterr = 0;
-    for (int c = 0; (c = getopt_long(argc, argv, "+:u:H:c:h", longs, nullptr)) != -1;) {
+    for (int c = 0; (c = getopt_long(argc, argv, "+:u:H:c:vh", longs, nullptr)) != -1;) {
         switch (c) {
         case 'u': {
             char *end = nullptr;
@@ -103,6 +104,9 @@ Options options(int argc, char **argv) {
             break;
         case 'c':
             opts.line = optarg;
+            break;
+        case 'v':
+            opts.verbose = true;
             break;
         case 'h':
             fputs(USAGE, stdout);
@@ -232,15 +236,25 @@ std::string connectdaemon(const Options &opts) {
     return line;
 }
 
-// The descriptor comes before the command has set its terminal up. What is typed by then is read
-// by other settings, and a size set by then is lost. The size comes last: until then it is zero.
+// The descriptor comes before the command has opened its terminal. Until then an interrupt that is
+// typed meets nobody, and a look at what is unread, which opens the terminal too, would hang it up.
 void waitforsetup(int master) {
-    struct winsize size = {};
-    for (int ms = 0; ms < setup; ms++) {
-        if (ioctl(master, TIOCGWINSZ, &size) != 0 || size.ws_row != 0 || size.ws_col != 0 ||
-            wait(own.link, 1)) {
-            break;
-        }
+    for (int ms = 0; ms < setup && tcgetpgrp(master) <= 0 && !wait(own.link, 1); ms++) {
+    }
+}
+
+void tell(const char *what, const clientmsg &record) {
+    fprintf(stderr, "%s: usrnum %d, msgtyp %d, message 0x%04X", what, record.usrnum, record.msgtyp,
+            static_cast<unsigned>(record.message));
+}
+
+void tellend(int usrnum, int status) {
+    tell("notice", {usrnum, MSG_ENDED, status});
+    if (WIFSIGNALED(status)) {
+        fprintf(stderr, " (killed by signal %d, %s)\n", WTERMSIG(status),
+                strsignal(WTERMSIG(status)));
+    } else {
+        fprintf(stderr, " (exit code %d)\n", WEXITSTATUS(status));
     }
 }
 
@@ -261,6 +275,10 @@ int start(const Options &opts, const std::string &line) {
     }
     clientmsg reply = {};
     Link link = hostread(own.link, reply);
+    if (opts.verbose && link == Link::got) {
+        tell("reply", reply);
+        fputc('\n', stderr);
+    }
     if (link == Link::got && reply.msgtyp == MSG_FAILED) {
         fail(REFUSED, "the daemon could not start the command");
     }
@@ -270,6 +288,9 @@ int start(const Options &opts, const std::string &line) {
     }
     if (link != Link::got) {
         fail(LOST, "%s", linktext(link));
+    }
+    if (opts.verbose) {
+        fprintf(stderr, "descriptor: the master of %s\n", ptsname(master));
     }
     waitforsetup(master);
     return master;
@@ -291,6 +312,9 @@ int session(const Options &opts) {
         break;
     }
     restoreterminal();
+    if (opts.verbose) {
+        tellend(opts.usrnum, ending.value);
+    }
     stopdaemon(own);
     return WIFSIGNALED(ending.value) ? 128 + WTERMSIG(ending.value) : WEXITSTATUS(ending.value);
 }
