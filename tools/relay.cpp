@@ -109,6 +109,11 @@ void readinput(Flow &flow) {
 
 // The input is at its end and all of it is typed: types the end, unless what is typed waits still.
 void typeend(Flow &flow) {
+    // Before the command has its terminal ours would be the only look at it, and the end of that
+    // look a hang-up.
+    if (tcgetsid(flow.session.master) < 0) {
+        return;
+    }
     const int slave = ioctl(flow.session.master, TIOCGPTPEER, O_RDONLY | O_NOCTTY | O_CLOEXEC);
     const bool unread = slave >= 0 && pending(slave);
     if (slave >= 0) {
