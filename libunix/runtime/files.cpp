@@ -91,7 +91,7 @@ int creattemp(char *path, int attrib) {
             path[len - 1] = '\0';
         }
         if (tmpfil(path, "tmp", fulpth) != nullptr) {
-            strcpy(path, fulpth);
+            memcpy(path, fulpth, strlen(fulpth) + 1);
             fd = open(path, O_RDWR | O_CREAT | O_EXCL, 0600);
         } else {
             errno = EEXIST;

@@ -7,15 +7,15 @@
 
 namespace plex {
 
-constexpr std::array<unsigned char, 256> charmap = [] {
+namespace {
+
+constexpr std::array<unsigned char, 256> lowercase() {
     std::array<unsigned char, 256> map{};
     for (size_t c = 0; c < map.size(); c++) {
         map[c] = static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 'a' - 'A' : c);
     }
     return map;
-}();
-
-namespace {
+}
 
 int upper(char c) {
     return toupper(static_cast<unsigned char>(c));
@@ -26,6 +26,8 @@ bool alnum(char c) {
 }
 
 } // namespace
+
+constexpr std::array<unsigned char, 256> charmap = lowercase();
 
 int memicmp(const void *s1, const void *s2, size_t n) {
     const auto *a = static_cast<const char *>(s1);
