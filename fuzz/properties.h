@@ -135,7 +135,8 @@ inline std::string violated(const std::string &stream) {
     };
     std::vector<bool> mayend;
     const std::string expected = run(flags, [&] {
-        for (const unsigned char c : bytes) {
+        for (const char byte : bytes) {
+            const auto c = static_cast<unsigned char>(byte);
             plex::outbyt(c);
             mayend.push_back(agree());
         }
@@ -166,7 +167,8 @@ inline std::string violated(const std::string &stream) {
         return "print calls give something else than single bytes";
     }
     run(true, [&] {
-        for (const unsigned char c : bytes) {
+        for (const char byte : bytes) {
+            const auto c = static_cast<unsigned char>(byte);
             registers();
             plex::outbyt(c);
             plex::wrcurp(plex::dx);
