@@ -6,12 +6,13 @@
 #include "libsrc/common/memory.h"
 #include "libsrc/common/text.h"
 #include "libunix/console/trm.h"
+#include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/log.h"
 #include "libunix/runtime/tiles.h"
 #include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"
 #include "tests/faults/calls.h"
-#include "tests/support.h"
+#include "tests/segments.h"
 
 #include <csignal>
 #include <cstdlib>
@@ -210,6 +211,35 @@ TEST_F(Catastrophe, OtherWaysIn) {
         });
         EXPECT_EQ(o.code(), 90);
         EXPECT_NE(report().find(r.report), std::string::npos) << report();
+    }
+}
+
+TEST_F(Catastrophe, OfTheSharedSegment) {
+    NEED_OWN_SEGMENTS();
+    const struct {
+        size_t size; // of the segment that there is
+        const char *fault;
+        void *(*open)(int);
+        std::string told;
+    } rows[] = {
+        {0, "", plex::opncshm, "Client: Could not get shared memory (2 No such file or directory)"},
+        {100, "", plex::opnsshm, "Server: Could not get shared memory. (22 Invalid argument)"},
+        {4029, "shmat:1:12", plex::opnsshm,
+         "Server: Could not attach shared memory (12 Cannot allocate memory)"},
+        {4029, "shmat:1:13", plex::opncshm,
+         "Client: Could not attach shared memory (13 Permission denied)"},
+    };
+    for (const auto &r : rows) {
+        if (r.size > 0) {
+            EXPECT_GE(shmget(test::segmentkey(), r.size, IPC_CREAT | 0600), 0);
+        }
+        const Outcome o = run([&] {
+            test::fault(r.fault);
+            r.open(4029);
+        });
+        test::removesegment();
+        EXPECT_EQ(o.code(), 90) << r.told;
+        EXPECT_TRUE(report().ends_with(r.told + (r.size == 100 ? "\n\n" : ".\n\n"))) << report();
     }
 }
 

@@ -5,6 +5,7 @@
 #include "libunix/runtime/log.h"
 #include "libunix/runtime/process.h"
 #include "libunix/screen/print.h"
+#include "tests/faults/calls.h"
 #include "tests/segments.h"
 #include "tools/play.h"
 
@@ -105,8 +106,17 @@ TEST_F(Link, NewcomerTakesOver) {
     EXPECT_EQ(told, 1);
     say(second, 'b');
     EXPECT_EQ(key(), 'b');
-    close(first);
-    close(second);
+    const int third = connected();
+    say(third, getpid());
+    test::fault("accept:1:24"); // the viewer has gone all the same; the newcomer waits
+    EXPECT_EQ(key(), 0);
+    EXPECT_TRUE(closed(second));
+    EXPECT_EQ(key(), 0);
+    say(third, 'c');
+    EXPECT_EQ(key(), 'c');
+    for (const int fd : {first, second, third}) {
+        close(fd);
+    }
 }
 
 TEST_F(Link, ShortAnnouncements) {
@@ -168,14 +178,19 @@ TEST(LinkOpening, StaleEndpointsGo) {
 TEST(LinkOpening, FailureEndsTheProgram) {
     const test::Home home;
     ASSERT_EQ(mkdir("plexhost.console", 0700), 0); // no file: not to be removed
-    const auto outcome = test::inchild([] {
-        setenv("BBSLOG", "stdout", 1);
-        plex::bgnlog("");
-        plex::opntrm(plex::DSP_REMOTE, "plexhost");
-    });
-    EXPECT_EQ(outcome.out, "xopen:bind() Address already in use\n");
-    EXPECT_EQ(outcome.err, "Display open failed. Exiting.\n");
-    EXPECT_EQ(outcome.code(), 1);
+    const char *const rows[][2] = {{"", "xopen:bind() Address already in use\n"},
+                                   {"socket:1:24", ""}};
+    for (const auto &[fault, log] : rows) {
+        const auto outcome = test::inchild([fault = fault] {
+            setenv("BBSLOG", "stdout", 1);
+            plex::bgnlog("");
+            test::fault(fault);
+            plex::opntrm(plex::DSP_REMOTE, "plexhost");
+        });
+        EXPECT_EQ(outcome.out, log);
+        EXPECT_EQ(outcome.err, "Display open failed. Exiting.\n");
+        EXPECT_EQ(outcome.code(), 1);
+    }
 }
 
 // Runs `body` with the log on standard output and a private screen image.
@@ -257,25 +272,6 @@ TEST(Methods, ShowTheSameCells) {
                                              "c\ar\ao\al\al\ae\ad\a");
     EXPECT_TRUE(cells[0] == cells[1]) << "the shared screen differs";
     EXPECT_TRUE(cells[0] == cells[2]) << "the window differs";
-}
-
-TEST(Segment, FailuresAreCatastrophes) {
-    NEED_OWN_SEGMENTS();
-    const test::Home home; // of the report
-    const auto client = logged([] { plex::opncshm(4029); });
-    ASSERT_GE(shmget(test::segmentkey(), 100, IPC_CREAT | 0600), 0);
-    const auto server = logged([] { plex::opnsshm(4029); });
-    test::removesegment();
-    EXPECT_NE((client.out + client.err)
-                  .find("Client: Could not get shared memory (2 No such file or directory).\n"),
-              std::string::npos)
-        << client.out << client.err;
-    EXPECT_NE((server.out + server.err)
-                  .find("Server: Could not get shared memory. (22 Invalid argument)\n"),
-              std::string::npos)
-        << server.out << server.err;
-    EXPECT_GT(client.code(), 1);
-    EXPECT_GT(server.code(), 1);
 }
 
 } // namespace

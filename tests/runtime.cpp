@@ -148,6 +148,28 @@ TEST(Log, DumpToTheByte) {
     EXPECT_FALSE(test::exists("default.log"));
 }
 
+TEST(Log, TellsOfFailures) {
+    const Home home;
+    const std::string name65(65, 'n');
+    const Outcome o = inchild([&] {
+        setenv("BBSCONFIG", "/dev/null", 1);
+        setenv("BBSLOG", "stdout", 1);
+        plex::bgnlog("");
+        plex::getcfg(name65.c_str());
+        char path[64] = "no/such/";
+        plex::creattemp(path, 7);
+        fputs(path, stderr); // its name holds the process id
+        plex::dskfre("/no/such");
+        plex::dskkfre("/no/such");
+        plex::clsize("/no/such");
+    });
+    const std::string why = "No such file or directory";
+    const std::string disk = "dskfre: statvfs/statfs errno=2 (" + why + ")\n";
+    EXPECT_EQ(o.out, "getcfg: option " + name65 + " longer than max 64 bytes\ncreattemp: path=[" +
+                         o.err + "] attrib=7 fd=-1\ncreattemp: errno = 2 [" + why + "]\n" + disk +
+                         disk + "dskfre: statvfs/statfs : " + why + "\n");
+}
+
 TEST(Lock, OneOwner) {
     const Home home;
     spew("pid", "garbage from a dead process\n");

@@ -307,6 +307,9 @@ TEST(ScreenPrint, CountsAndFormats) {
     EXPECT_EQ(plex::printfat(0, 0, "%s", longest.c_str()), 70000);
     EXPECT_EQ(plex::curcurx(), 16383 % 80);
     EXPECT_EQ(plex::unxprntf("%s", longest.c_str()), 70000 % 65536);
+    const std::string toowide = "%99999999999d"; // cannot be formatted
+    EXPECT_EQ(plex::unxprntf(toowide.c_str(), 1), 65535);
+    EXPECT_EQ(plex::printfat(0, 0, toowide.c_str(), 1), -1);
     EXPECT_EQ(plex::auxcrt(), 0);
 }
 

@@ -15,6 +15,7 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -95,6 +96,8 @@ CALL(ssize_t, -1, read, (int fd, void *buf, size_t len), (fd, buf, len))
 CALL(ssize_t, -1, send, (int fd, const void *buf, size_t len, int flags), (fd, buf, len, flags))
 CALL(ssize_t, -1, sendmsg, (int fd, const msghdr *msg, int flags), (fd, msg, flags))
 CALL(pid_t, -1, setsid, (), (), noexcept)
+CALL(void *, reinterpret_cast<void *>(-1), shmat, (int id, const void *at, int flags),
+     (id, at, flags), noexcept)
 CALL(int, -1, sigaction, (int signo, const struct sigaction *act, struct sigaction *old),
      (signo, act, old), noexcept)
 CALL(int, -1, socket, (int family, int type, int protocol), (family, type, protocol), noexcept)
