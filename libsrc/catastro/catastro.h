@@ -29,7 +29,7 @@ extern jmp_buf disaster;                   // where a program that recovers woul
 
 // The steps, for programs that put their own together.
 void dblcat();                               // counts; ends the program when it is not the first
-void catamsg(int blink, const char *string); // pop-up, message and report
+void catamsg(int blink, const char *string); // pop-up, message (cut as catastro's) and report
 void pupwin(int blink);                      // the pop-up alone; the window is its inside then
 void dftrpt(const char *filnam);             // what catrpt is at first: does nothing
 

@@ -55,8 +55,9 @@ bool leap(int year) {
 } // namespace
 
 uint16_t tmdate(const tm &when) {
-    return static_cast<uint16_t>(
-        word(when.tm_year + 1900 - epoch, 512, when.tm_mon + 1, 32, when.tm_mday));
+    // Unsigned: a file's time may be set to years that no word and hardly an int holds.
+    const auto year = static_cast<int>(static_cast<unsigned>(when.tm_year) - 80U);
+    return static_cast<uint16_t>(word(year, 512, when.tm_mon + 1, 32, when.tm_mday));
 }
 
 uint16_t tmtime(const tm &when) {

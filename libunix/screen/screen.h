@@ -97,7 +97,8 @@ void unfrez();
 // Makes a rectangle the window: columns `left` to `right`, rows `top` to `bottom`, inclusive, of
 // the image or of the caller's `buf`, which is addressed like the whole image and needs cellbytes.
 // `scroll` 0 keeps a line feed on the last line from scrolling. Neither the cursor nor the scroll
-// region moves. The previous window is kept for rstwin, one level deep.
+// region moves. The previous window is kept for rstwin, one level deep. Bounds beyond the screen
+// are cut to it.
 void setwin(unsigned char *buf, uint8_t left, uint8_t top, uint8_t right, uint8_t bottom,
             uint8_t scroll);
 void rstwin();
