@@ -53,18 +53,30 @@ void checkfile(const char *path) {
     fclose(file);
 }
 
-// A segment that some other program left too small would be a catastrophe before there is a screen
-// to show it on.
+// Shared memory that cannot be had would be a catastrophe before there is a screen to show it on.
 void checksegment() {
+    if ((dsptyp & DSP_REMOTE) == 0) {
+        return;
+    }
     const auto key = static_cast<key_t>(getuid() + 1);
-    if ((dsptyp & DSP_REMOTE) != 0 && shmget(key, imagebytes, 0) < 0 && errno == EINVAL) {
-        clstrm();
+    const int id = shmget(key, imagebytes, IPC_CREAT | 0644);
+    void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
+    if (id >= 0 && image != reinterpret_cast<void *>(-1)) {
+        shmdt(image);
+        return;
+    }
+    const int cause = errno;
+    clstrm();
+    if (cause == EINVAL) {
         fprintf(stderr,
                 "conshow: the shared memory with the key %d is too small for a screen; "
                 "remove it with: ipcrm -M %d\n",
                 static_cast<int>(key), static_cast<int>(key));
-        exit(1);
+    } else {
+        fprintf(stderr, "conshow: the shared memory with the key %d: %s\n", static_cast<int>(key),
+                strerror(cause));
     }
+    exit(1);
 }
 
 // Tells in the last row what key came. The picture's own attribute, cursor and open sequence stay.

@@ -58,7 +58,7 @@ void clsxcon() {
 
 int32_t xopen() {
     syssoc = socket(AF_UNIX, SOCK_STREAM, 0);
-    if (syssoc < 0) {
+    if (syssoc < 0 || syssoc >= FD_SETSIZE) { // no set could hold it
         return -1;
     }
     sockaddr_un addr = {};
@@ -72,9 +72,6 @@ int32_t xopen() {
     }
     listen(syssoc, 1);
     FD_ZERO(&crfds);
-    if (syssoc >= FD_SETSIZE) {
-        return -1; // no set can hold it
-    }
     FD_SET(syssoc, &crfds);
     return syssoc;
 }

@@ -171,7 +171,7 @@ TEST_F(Viewer, SaysWhatIsMissing) {
     ASSERT_GE(shmget(test::segmentkey(), 4029, IPC_CREAT | 0600), 0);
     told(plexview, "plexview: no program shows its console in .\nstatus=1");
     told(plexview + " nodir", "plexview: nodir: No such file or directory\nstatus=1");
-    told("TERM=nothing " + plexview, "no program shows its console");
+    told("TERM=nothing " + plexview, "plexview: terminal type nothing is not known\nstatus=1");
     const auto piped = test::Program({plexview}).wait();
     EXPECT_EQ(piped.err, "plexview: standard input and output must be a terminal\n");
     EXPECT_EQ(piped.code(), 1);

@@ -16,6 +16,8 @@
 #include <ctime>
 #include <curses.h>
 #include <langinfo.h>
+#include <term.h>
+#include <unistd.h>
 
 namespace plex {
 namespace {
@@ -134,6 +136,11 @@ bool movecursor(const unsigned char *image) {
 }
 
 } // namespace
+
+bool knowsterminal() {
+    int reason = 0;
+    return setupterm(nullptr, STDOUT_FILENO, &reason) == OK;
+}
 
 bool openterminal() {
     setlocale(LC_ALL, "");

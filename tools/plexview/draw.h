@@ -3,6 +3,9 @@
 
 namespace plex {
 
+// Whether the terminal's type is known and will do. The terminal is left as it is.
+bool knowsterminal();
+
 // Takes the terminal over: false when its type is not known. Chooses a UTF-8 locale where the
 // environment names none.
 bool openterminal();

@@ -56,7 +56,9 @@ void fail(const char *fmt, ...) {
 
 // The segment outlives its programs, so having one says nothing; not having one says enough.
 void checksegment() {
-    if (shmget(static_cast<key_t>(getuid() + 1), imagebytes, 0) < 0) {
+    const int id = shmget(static_cast<key_t>(getuid() + 1), imagebytes, 0);
+    void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
+    if (id < 0 || image == reinterpret_cast<void *>(-1)) {
         switch (errno) {
         case ENOENT:
             fail("no program of this user shows a console");
@@ -66,6 +68,7 @@ void checksegment() {
             fail("this user's shared memory: %s", strerror(errno));
         }
     }
+    shmdt(image);
 }
 
 int connectlink(const char *directory) {
@@ -157,12 +160,13 @@ int main(int argc, char **argv) {
         usignal(signo, onkilled);
     }
     auto *image = static_cast<unsigned char *>(opncshm(imagebytes));
-    const int fd = connectlink(directory);
-    if (!openterminal()) {
+    // A connection sends the viewer before us away, and must be announced at once.
+    if (!knowsterminal()) {
         fail("terminal type %s is not known", getenv("TERM") != nullptr ? getenv("TERM") : "");
     }
-    definekeys();
-    if (tell(fd, getpid())) {
+    const int fd = connectlink(directory);
+    if (tell(fd, getpid()) && openterminal()) {
+        definekeys();
         view(fd, image);
     }
     closeterminal();

@@ -40,15 +40,21 @@ struct modifier {
     int32_t func; // what it adds to a function key
 };
 
-constexpr std::array modifiers = {modifier{2, SHIFTFUNC}, modifier{3, ALTFUNC},
-                                  modifier{5, CTRLFUNC}};
+// Several at once mean no key; they are here so that their sequences are not taken for typing.
+constexpr std::array modifiers = {
+    modifier{2, SHIFTFUNC}, modifier{3, ALTFUNC}, modifier{5, CTRLFUNC}, modifier{4, 0},
+    modifier{6, 0},         modifier{7, 0},       modifier{8, 0}};
 constexpr int ctrl = 5;
 constexpr int alt = 3;
 
-// Codes of the defined sequences, behind those of the terminal library.
-constexpr int firstcode = KEY_MAX + 1;
+// Codes of the defined sequences, far behind those that the terminal library gives out for what a
+// terminal's description has of its own, from KEY_MAX + 1 on.
+constexpr int firstcode = KEY_MAX + 0x1000;
 
 int32_t withmodifier(int32_t plain, const modifier &m) {
+    if (m.func == 0) {
+        return 0;
+    }
     if (plain >= CODE_F1 && plain <= CODE_F10) {
         return plain + m.func;
     }
