@@ -8,36 +8,16 @@
 
 namespace fakex {
 
-// The font's measures, and the pixel value of the colour number n: firstpixel + n.
-constexpr int width = 8;
-constexpr int ascent = 12;
-constexpr int descent = 4;
-constexpr unsigned long firstpixel = 100;
+constexpr int height = 16; // of a character, 4 of it below the base line; it is 8 wide
 
-struct Text {
-    int x, y;
-    std::string text;
-    unsigned long fg, bg;
-    bool operator==(const Text &) const = default;
-};
-
-struct Bar {
-    int x, y;
-    unsigned w, h;
-    unsigned long fg;
-    bool operator==(const Bar &) const = default;
-};
-
-// What was asked for since forget().
-extern std::vector<Text> texts;
-extern std::vector<Bar> bars;
+// What was drawn since forget(): "X,Y INK/PAPER TEXT" and "bar X,Y WxH INK".
+extern std::vector<std::string> drawn;
 extern int flushes;
 
-// What the last window was opened with, as text, and how many displays were closed.
+// What the last window was opened with, as words, how many displays were closed, and the words
+// that fail.
 extern std::string opened;
 extern int closed;
-
-// The step that fails: "display", "font", "property N" (from 1), "look NAME", "alloc N" (from 0).
 extern std::string failing;
 
 void forget();
