@@ -46,17 +46,13 @@ TEST(Config, Lookup) {
     } const rows[] = {
         {"home=/srv/bbs\n", "HOME", "/srv/bbs"},
         {"HOME =/srv\n HOME=/srv\nHOMER=x\n", "HOME", nullptr},
-        {"a=1\nHOME=/srv/bbs", "HOME", "/srv/bb"}, // no newline: the last character is lost
+        {"HOME=/srv/bbs", "HOME", "/srv/bb"}, // no newline: the last character is lost
         {"X=", "X", ""},
-        {"X=\n", "X", ""},
-        {"X=a=b\n", "X", "a=b"},
         {"x=1\nX=2\n", "X", "1"},
-        {"#X=1\n", "X", nullptr},
-        {"X=  v \n", "X", "  v "},
+        {"X=  v= \n", "X", "  v= "},
         {name64 + "=y\n", name64.c_str(), "y"},
         {name64 + "n=y\n", name64 + "n", nullptr}, // 65 characters
         {longline + "Y=2\n", "Y", "2"},            // the next piece counts as a line
-        {"", "X", nullptr},
     };
     for (const auto &r : rows) {
         const Configured home(r.file);
@@ -68,7 +64,7 @@ TEST(Config, Lookup) {
 }
 
 TEST(Config, EnvironmentComesFirst) {
-    const Configured home("X=file\nHOME=/nowhere\n");
+    const Configured home("X=file\n");
     setenv("X", "", 1);
     EXPECT_STREQ(plex::getoption("X"), "");
     unsetenv("X");
@@ -134,16 +130,13 @@ TEST(Log, DumpToTheByte) {
         plex::infbyt("none", data, 0);
     });
     char want[1024];
-    const char *const blank = "   ";
     snprintf(want, sizeof want,
              "x (20 bytes at %p):\n"
              "%p : 00 11 22 33 44 55 66 77 88 99 AA BB CC DD EE FF  : ..\"3DUfw........\n"
-             "%p : 71 72 73 74 %s%s%s%s%s%s%s%s%s%s%s%s : qrst************\n"
+             "%p : 71 72 73 74 %36s : qrst************\n"
              "none (0 bytes at %p):\n"
-             "%p : %s%s%s%s%s%s%s%s%s%s%s%s%s%s%s%s : ****************\n",
-             data, data, data + 16, blank, blank, blank, blank, blank, blank, blank, blank, blank,
-             blank, blank, blank, data, data, blank, blank, blank, blank, blank, blank, blank,
-             blank, blank, blank, blank, blank, blank, blank, blank, blank);
+             "%p : %48s : ****************\n",
+             data, data, data + 16, "", data, data, "");
     EXPECT_EQ(slurp("other.log"), want);
     EXPECT_FALSE(test::exists("default.log"));
 }
@@ -172,27 +165,24 @@ TEST(Log, TellsOfFailures) {
 
 TEST(Lock, OneOwner) {
     const Home home;
-    spew("pid", "garbage from a dead process\n");
+    spew("pid", "garbagefrom a dead process\n");
     const int fd = plex::maklck("pid");
     ASSERT_GE(fd, 0);
-    char id[16];
-    snprintf(id, sizeof id, "%6d\n", getpid());
+    char id[32];
+    snprintf(id, sizeof id, "%6d\nfrom a dead process\n", getpid());
     // Read by another process: closing any descriptor of the file would drop our lock.
-    EXPECT_EQ(inchild([] { printf("%s", slurp("pid").c_str()); }).out,
-              id + std::string("garbage from a dead process\n").substr(strlen(id)));
-
-    Outcome o = inchild([] { _exit(plex::maklck("pid") < 0 ? 0 : 1); });
-    EXPECT_EQ(o.code(), 0);
-    EXPECT_EQ(o.err, "fcntl: 11 (Resource temporarily unavailable)\n");
-
+    const Outcome o = inchild([] {
+        printf("%s", slurp("pid").c_str());
+        const int held = plex::maklck("pid");
+        const int closed = plex::dellck(99, "pid");
+        printf("%d %d %d", held, closed, plex::maklck("no/pid"));
+    });
+    EXPECT_EQ(o.out, id + std::string("-1 -1 -1"));
+    EXPECT_EQ(o.err, "fcntl: 11 (Resource temporarily unavailable)\n"
+                     "fcntl: 9 (Bad file descriptor)\n"
+                     "maklck:open: 2 (No such file or directory)\n");
     EXPECT_EQ(plex::dellck(fd, "pid"), 1);
     EXPECT_FALSE(test::exists("pid"));
-    o = inchild([] { _exit(plex::dellck(99, "pid") < 0 ? 0 : 1); });
-    EXPECT_EQ(o.code(), 0);
-    EXPECT_EQ(o.err, "fcntl: 9 (Bad file descriptor)\n");
-    o = inchild([] { _exit(plex::maklck("no/pid") < 0 ? 0 : 1); });
-    EXPECT_EQ(o.err, "maklck:open: 2 (No such file or directory)\n");
-
     umask(0);
     close(plex::maklck("new"));
     struct stat st = {};
@@ -277,20 +267,16 @@ TEST(Process, Detaching) {
 TEST(Process, OpenFileLimit) {
     const Configured home;
     setenv("BBSLOG", "log", 1);
-    inchild([] {
+    const Outcome o = inchild([] {
         plex::bgnlog("");
+        printf("%d ", plex::maxfil(50));
         rlimit limit = {};
         getrlimit(RLIMIT_NOFILE, &limit);
-        printf("%d", plex::maxfil(50));
-        getrlimit(RLIMIT_NOFILE, &limit);
-        if (limit.rlim_cur != 50 || plex::maxfil(-1) != -1) {
-            plex::inform("wrong");
-        }
+        const int bad = plex::maxfil(-1);
         plex::gfinit();
-        if (plex::fopavl != 50) {
-            plex::inform("fopavl %d", plex::fopavl);
-        }
+        printf("%d %d %d", static_cast<int>(limit.rlim_cur), bad, plex::fopavl);
     });
+    EXPECT_EQ(o.out, "0 50 -1 50");
     EXPECT_EQ(slurp("log"), "maxfil: Maximum open files = 50\n");
 }
 
@@ -307,16 +293,6 @@ TEST(Files, CountedStreams) {
     EXPECT_EQ(plex::fopavl, 1);
 }
 
-TEST(Files, PositionsBeyondFourGigabytes) {
-    const Home home;
-    const int fd = open("big", O_RDWR | O_CREAT, 0600);
-    ASSERT_EQ(ftruncate(fd, 5'000'000'000), 0);
-    lseek(fd, 4'500'000'000, SEEK_SET);
-    EXPECT_EQ(plex::filelength(fd), 5'000'000'000U);
-    EXPECT_EQ(plex::fdtell(fd), 4'500'000'000U);
-    close(fd);
-}
-
 TEST(Files, TemporaryFile) {
     const Home home;
     char path[64] = "./";
@@ -324,6 +300,10 @@ TEST(Files, TemporaryFile) {
     struct stat st = {};
     ASSERT_EQ(fstat(fd, &st), 0) << path;
     EXPECT_EQ(st.st_mode & 07777, 0600U);
+    ASSERT_EQ(ftruncate(fd, 5'000'000'000), 0);
+    lseek(fd, 4'500'000'000, SEEK_SET);
+    EXPECT_EQ(plex::filelength(fd), 5'000'000'000U);
+    EXPECT_EQ(plex::fdtell(fd), 4'500'000'000U);
     EXPECT_TRUE(test::exists(path) && strstr(path, ".tmp") != nullptr) << path;
     close(fd);
     char missing[64] = "no/such/";
@@ -340,8 +320,6 @@ TEST(Files, DiskSpace) {
 TEST(Files, PackedTimes) {
     const Home home;
     spew("f", "");
-    const char *const zone = getenv("TZ");
-    const std::string before = zone != nullptr ? zone : "";
     for (const char *tz : {"UTC", "America/New_York"}) {
         setenv("TZ", tz, 1);
         tzset();
@@ -350,7 +328,7 @@ TEST(Files, PackedTimes) {
         EXPECT_EQ(plex::unxgtd(fd), 0x206570E4U) << tz;
         close(fd);
     }
-    before.empty() ? unsetenv("TZ") : setenv("TZ", before.c_str(), 1);
+    unsetenv("TZ");
     tzset();
     EXPECT_EQ(plex::unxgtd(-1), 0U);
     EXPECT_EQ(plex::unxstd("missing", 0, 0x2065), 0);
