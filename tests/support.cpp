@@ -1,17 +1,16 @@
 #include "tests/support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,7 +21,7 @@ using Clock = std::chrono::steady_clock;
 
 int left(Clock::time_point deadline) {
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    return ms.count() > 0 ? static_cast<int>(ms.count()) : 0;
+    return std::max(0, static_cast<int>(ms.count()));
 }
 
 Clock::time_point soon(int milliseconds) {
@@ -92,8 +91,8 @@ void spew(const std::string &path, std::string_view text) {
 }
 
 bool exists(const std::string &path) {
-    struct stat st = {};
-    return lstat(path.c_str(), &st) == 0;
+    std::error_code none;
+    return std::filesystem::exists(std::filesystem::symlink_status(path, none));
 }
 
 bool eventually(const std::function<bool()> &done) {
@@ -139,12 +138,8 @@ std::string drain(int fd) {
 
 std::string expect(int fd, const std::string &text) {
     std::string got;
-    while (!got.ends_with(text)) {
-        const std::string byte = take(fd, 1);
-        if (byte.empty()) {
-            break;
-        }
-        got += byte;
+    for (std::string byte = "?"; !got.ends_with(text) && !byte.empty(); got += byte) {
+        byte = take(fd, 1);
     }
     return got;
 }
@@ -156,37 +151,7 @@ int Outcome::code() const {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-Outcome inchild(const std::function<void()> &body) {
-    int out[2];
-    int err[2];
-    if (pipe2(out, O_CLOEXEC) != 0 || pipe2(err, O_CLOEXEC) != 0) {
-        abort();
-    }
-    fflush(nullptr);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out[1], 1);
-        dup2(err[1], 2);
-        for (const int fd : {out[0], out[1], err[0], err[1]}) {
-            close(fd);
-        }
-        body();
-        fflush(nullptr);
-        _exit(0);
-    }
-    close(out[1]);
-    close(err[1]);
-    const auto deadline = soon(patience);
-    Outcome outcome;
-    collect(out[0], outcome.out, err[0], outcome.err, deadline);
-    outcome.status = waitbounded(pid, deadline);
-    close(out[0]);
-    close(err[0]);
-    return outcome;
-}
-
-Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env,
-                 int stdinfd) {
+Program::Program(const std::function<void()> &body) {
     int outpipe[2];
     int errpipe[2];
     if (pipe2(outpipe, O_CLOEXEC) != 0 || pipe2(errpipe, O_CLOEXEC) != 0) {
@@ -195,33 +160,43 @@ Program::Program(const std::vector<std::string> &argv, const std::vector<std::st
     fflush(nullptr);
     pid = fork();
     if (pid == 0) {
-        const int in = stdinfd >= 0 ? stdinfd : open("/dev/null", O_RDONLY);
-        dup2(in, 0);
         dup2(outpipe[1], 1);
         dup2(errpipe[1], 2);
-        close_range(3, ~0U, 0);
-        for (const std::string &entry : env) {
-            const size_t equals = entry.find('=');
-            if (equals == std::string::npos) {
-                unsetenv(entry.c_str());
-            } else {
-                setenv(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1, 1);
-            }
+        for (const int fd : {outpipe[0], outpipe[1], errpipe[0], errpipe[1]}) {
+            close(fd);
         }
-        std::vector<char *> args;
-        for (const std::string &arg : argv) {
-            args.push_back(const_cast<char *>(arg.c_str()));
-        }
-        args.push_back(nullptr);
-        execvp(args[0], args.data());
-        perror(args[0]);
-        _exit(127);
+        body();
+        fflush(nullptr);
+        _exit(0);
     }
     close(outpipe[1]);
     close(errpipe[1]);
     out = outpipe[0];
     err = errpipe[0];
 }
+
+Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env,
+                 int stdinfd)
+    : Program([&] {
+          dup2(stdinfd >= 0 ? stdinfd : open("/dev/null", O_RDONLY), 0);
+          close_range(3, ~0U, 0);
+          for (const std::string &entry : env) {
+              const size_t equals = entry.find('=');
+              if (equals == std::string::npos) {
+                  unsetenv(entry.c_str());
+              } else {
+                  setenv(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1, 1);
+              }
+          }
+          std::vector<char *> args;
+          for (const std::string &arg : argv) {
+              args.push_back(const_cast<char *>(arg.c_str()));
+          }
+          args.push_back(nullptr);
+          execvp(args[0], args.data());
+          perror(args[0]);
+          _exit(127);
+      }) {}
 
 Program::~Program() {
     if (!ended) {

@@ -57,14 +57,13 @@ struct Outcome {
     int code() const;
 };
 
-// Runs `body` in a forked child with captured output; the child exits 0 when it returns. Pipes are
-// read until both close, so the child's own children must not outlive it with them.
-Outcome inchild(const std::function<void()> &body);
-
-// A program that runs beside the test, with its output captured, killed at the latest by the
-// destructor. `env` entries are NAME=value; a NAME alone is removed from the environment.
+// A process beside the test, with its output captured, killed at the latest by the destructor. Its
+// own children must not outlive it with its output, which is read until all close it.
 class Program {
 public:
+    // A forked child that exits 0 when `body` returns.
+    explicit Program(const std::function<void()> &body);
+    // `env` entries are NAME=value; a NAME alone is removed from the environment.
     Program(const std::vector<std::string> &argv, const std::vector<std::string> &env = {},
             int stdinfd = -1);
     ~Program();
@@ -83,5 +82,9 @@ private:
     Outcome outcome;
     bool ended = false;
 };
+
+inline Outcome inchild(const std::function<void()> &body) {
+    return Program(body).wait();
+}
 
 } // namespace test
