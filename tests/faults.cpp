@@ -22,8 +22,11 @@ using test::state;
 struct Faults : test::Daemon {
     Faults() { file = BUILD_DIR "/tests/vosterd_faults"; }
 
-    void plan(const char *faults) {
+    void plan(const char *faults, bool starts = true) {
         start({"-d"}, {"BBSLOG=file", std::string("FAULTS=") + faults});
+        if (starts) {
+            join();
+        }
     }
 
     // Whether the daemon does not hear of ended commands.
@@ -32,14 +35,6 @@ struct Faults : test::Daemon {
         const size_t at = status.find("SigBlk:");
         return at != std::string::npos &&
                (strtoull(status.c_str() + at + 7, nullptr, 16) >> (SIGCHLD - 1) & 1) != 0;
-    }
-
-    int descriptors() const {
-        int n = 0;
-        for (int fd = 0; fd < 32; fd++) {
-            n += test::exists(proc("fd/") + std::to_string(fd)) ? 1 : 0;
-        }
-        return n;
     }
 
     // Everything that the host hears of a command: the answer, its end when that is to be told, and
@@ -53,9 +48,7 @@ struct Faults : test::Daemon {
             const plex::Link got = plex::hostfd(link, fd);
             heard += got == plex::Link::got ? "" : std::string(" ") + plex::linktext(got);
         }
-        if (ending) {
-            heard += " " + record();
-        }
+        heard += ending ? " " + record() : "";
         // A terminal that nobody ever opened does not hang up, so of an ended command's only what
         // is there can be waited for.
         if (fd >= 0) {
@@ -87,7 +80,7 @@ TEST_F(Faults, AtStart) {
         {"accept:1:4", accept, 2, "I_RECVFD: Interrupted system call (4)\n"},
     };
     for (const auto &r : rows) {
-        plan(r.faults);
+        plan(r.faults, false);
         const Outcome o = program->wait();
         EXPECT_EQ(o.code(), r.code) << r.faults;
         EXPECT_EQ(o.err, r.err) << r.faults;
@@ -96,14 +89,17 @@ TEST_F(Faults, AtStart) {
     }
     unlink("vosterd.pid");
     plan("write:1:28"); // a lock without an id in its file is a lock
-    join();
     EXPECT_EQ(output(1, "/bin/echo x"), "x\r\n");
     EXPECT_EQ(slurp("vosterd.pid"), "");
     finish();
 }
 
 TEST_F(Faults, AtALaunch) {
-    const std::string ptmx = "pty_fork:ptym_open: ";
+    const std::string ptym = "pty_fork:ptym_open: ";
+    const std::string eintr = "Interrupted system call\n";
+    const std::string eacces = "Permission denied\n";
+    const std::string eio = "Input/output error\n";
+    const std::string refused = "0,-2,0";
     const std::string usual = "1,-1,0 1,-3,0 [x\r\n]";
     const auto died = [](int status) {
         return "1,-1,0 1,-3," + std::to_string((status & 0xFF) << 8) + " []";
@@ -115,31 +111,22 @@ TEST_F(Faults, AtALaunch) {
         const char *log = "";
     } rows[] = {
         // No terminal: refused, and from then on no end of a command is told.
-        {"open:1:6", "0,-2,0",
-         "ptym_open:open: No such device or address\n" + ptmx + "No such device or address\n"},
-        {"open:1:4", "0,-2,0",
-         "ptym_open:open: Interrupted system call\n" + ptmx + "Interrupted system call\n"},
-        {"grantpt:1:13", "0,-2,0",
-         "ptym_open:grantpt: Permission denied\n" + ptmx + "Permission denied\n"},
-        {"unlockpt:1:5", "0,-2,0",
-         "ptym_open:unlockpt: Input/output error\n" + ptmx + "Input/output error\n"},
-        {"ptsname:1:25", "0,-2,0",
-         "ptym_open:ptsname: Inappropriate ioctl for device\n" + ptmx +
-             "Inappropriate ioctl for device\n"},
-        {"fork:1:11", "0,-2,0", "pty_fork:fork(): Resource temporarily unavailable\n",
-         "COMMAND FAILED!\n"},
+        {"open:1:4", refused, "ptym_open:open: " + eintr + ptym + eintr},
+        {"grantpt:1:13", refused, "ptym_open:grantpt: " + eacces + ptym + eacces},
+        {"unlockpt:1:5", refused, "ptym_open:unlockpt: " + eio + ptym + eio},
+        {"ptsname:1:5", refused, "ptym_open:ptsname: " + eio + ptym + eio},
+        {"fork:1:4", refused, "pty_fork:fork(): " + eintr, "COMMAND FAILED!\n"},
         // Started, but its terminal cannot be set up: it ends, and that is told.
-        {"setsid:1:1", died(-1), "pty_fork:setsid(): Operation not permitted\n"},
-        {"open:2:24", died(-2), "pty_fork:ptys_open: Too many open files\n"},
-        {"open:2:4", died(-2), "pty_fork:ptys_open: Interrupted system call\n"},
+        {"setsid:1:13", died(-1), "pty_fork:setsid(): " + eacces},
+        {"open:2:4", died(-2), "pty_fork:ptys_open: " + eintr},
         // By the parent, through the master, and where that fails by the child.
-        {"tcsetattr:1:5 tcsetattr:2:5", died(-4), "pty_fork:tcsetattr: Input/output error\n"},
-        {"ioctl:1:5 ioctl:2:5", died(-5), "pty_fork:ioctl(TIOCSWINSZ): Input/output error\n"},
+        {"tcsetattr:1:5 tcsetattr:2:5", died(-4), "pty_fork:tcsetattr: " + eio},
+        {"ioctl:1:5 ioctl:2:5", died(-5), "pty_fork:ioctl(TIOCSWINSZ): " + eio},
         {"tcsetattr:1:5", usual, ""},
         {"ioctl:1:5", usual, ""},
-        {"dup2:1:16", died(-6), "pty_fork:dup2(STDIN_FILENO): Device or resource busy\n"},
-        {"dup2:2:16", died(-7), "pty_fork:dup2(STDOUT_FILENO): Device or resource busy\n"},
-        {"dup2:3:4", died(-8), "pty_fork:dup2(STDERR_FILENO): Interrupted system call\n"},
+        {"dup2:1:5", died(-6), "pty_fork:dup2(STDIN_FILENO): " + eio},
+        {"dup2:2:5", died(-7), "pty_fork:dup2(STDOUT_FILENO): " + eio},
+        {"dup2:3:4", died(-8), "pty_fork:dup2(STDERR_FILENO): " + eintr},
         // Nobody looks at these: the launch goes on.
         {"sigaction:5:22", usual, ""},
         {"send:1:11", "a descriptor came where a record should 1,-3,0", ""},
@@ -153,8 +140,7 @@ TEST_F(Faults, AtALaunch) {
     for (const auto &r : rows) {
         SCOPED_TRACE(r.faults);
         plan(r.faults);
-        join();
-        const bool deaf = r.heard == "0,-2,0";
+        const bool deaf = r.heard == refused;
         EXPECT_EQ(course(1, "/bin/echo x", r.heard.find(",-3,") != std::string::npos), r.heard);
         EXPECT_TRUE(test::eventually([&] { return this->deaf() == deaf; }));
         // Three standard ones, log, lock, endpoint, link; a fork that failed leaves a master.
@@ -174,10 +160,9 @@ TEST_F(Faults, OfTheRequestLoop) {
     const struct {
         const char *faults;
         int code;
-    } rows[] = {{"read:1:5", 150 + EIO}, {"read:1:12", 150 + ENOMEM}, {"read:1:104", 0}};
+    } rows[] = {{"read:1:5", 150 + EIO}, {"read:1:104", 0}};
     for (const auto &r : rows) {
         plan(r.faults);
-        join();
         EXPECT_EQ(record(), "the daemon closed the link") << r.faults;
         finish(r.code);
     }
@@ -185,25 +170,17 @@ TEST_F(Faults, OfTheRequestLoop) {
 
 TEST_F(Faults, OfTheShutDown) {
     plan("kill:1:1 fcntl:2:37");
-    join();
     const int killed = run(1, "/bin/cat");
     EXPECT_EQ(plex::hostkill(link, 1), 0); // fails, but the command is dropped
     const int cat = run(2, "/bin/cat");
-    close(link);
-    link = -1;
-    const Outcome o = program->wait();
-    EXPECT_EQ(o.code(), 0);
-    EXPECT_EQ(o.err, "fcntl: 37 (No locks available)\n");
-    EXPECT_TRUE(test::exists("vosterd.pid"));
-    EXPECT_FALSE(test::exists("vosterd.socket"));
-    EXPECT_EQ(test::drain(cat), "");
-    close(cat);
+    finish(0, true);
+    EXPECT_EQ(program->wait().err, "fcntl: 37 (No locks available)\n");
+    over(cat);
     close(killed);
 }
 
 TEST_F(Faults, OfAKillThatEndingOvertakes) {
     plan("kill:1:-15");
-    join();
     const int cat = run(1, "/bin/cat");
     const pid_t pid = commands().at(0);
     EXPECT_EQ(plex::hostkill(link, 1), 0);
@@ -214,7 +191,6 @@ TEST_F(Faults, OfAKillThatEndingOvertakes) {
 
 TEST_F(Faults, SignalsWithoutAnEnd) {
     plan("");
-    join();
     const auto logged = [&](const char *text) {
         return test::eventually(
             [&] { return slurp("vosterd.log").find(text) != std::string::npos; });
@@ -247,12 +223,7 @@ TEST_F(Faults, OfServices) {
     } rows[] = {
         {"fork:1:11", plex::daemon_init, 1, "Fork failed: Resource temporarily unavailable\n"},
         {"fork:1:11", plex::daemon_wait, 255, ""},
-        {"getrlimit:1:1",
-         [] {
-             plex::gfinit();
-             _exit(plex::fopavl);
-         },
-         60, ""},
+        {"getrlimit:1:1", [] { plex::gfinit(), _exit(plex::fopavl); }, 60, ""},
         {"getrlimit:1:1", [] { _exit(plex::maxfil(5)); }, 255, ""},
         {"setrlimit:1:1", [] { _exit(plex::maxfil(5)); }, 255, ""},
     };

@@ -4,6 +4,8 @@
 #include "tests/support.h"
 #include "tools/hostlink.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <unistd.h>
@@ -64,37 +66,61 @@ struct Daemon : testing::Test {
         return got == plex::Link::got ? show(m) : plex::linktext(got);
     }
 
-    // Asks for a command and returns its terminal's master.
-    int run(int usrnum, const std::string &command) {
-        EXPECT_EQ(plex::hostrun(link, usrnum, command), 0);
-        EXPECT_EQ(record(), std::to_string(usrnum) + ",-1,0") << command;
+    // The answer to a request that starts a command: its terminal's master.
+    int started(int usrnum) {
+        EXPECT_EQ(record(), show({usrnum, -1, 0}));
         int fd = -1;
         EXPECT_TRUE(readable(link));
         EXPECT_EQ(plex::hostfd(link, fd), plex::Link::got);
         return fd;
     }
 
-    // Runs a command to its end: all that it wrote, and what was told of its end.
-    std::string output(int usrnum, const std::string &command, std::string *ending = nullptr) {
+    int run(int usrnum, const std::string &command) {
+        EXPECT_EQ(plex::hostrun(link, usrnum, command), 0);
+        return started(usrnum);
+    }
+
+    // Types at a command and expects what its terminal shows from there on.
+    static void type(int fd, const std::string &keys, const std::string &shown = "") {
+        EXPECT_EQ(write(fd, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        EXPECT_EQ(take(fd, shown.size()), shown);
+    }
+
+    // Runs a command to its end: all that it wrote. `told` is to be told of its end.
+    std::string output(int usrnum, const std::string &command, const std::string &told = "") {
         const int fd = run(usrnum, command);
         std::string text = drain(fd);
         close(fd);
-        const std::string told = record();
-        if (ending != nullptr) {
-            *ending = told;
-        } else {
-            EXPECT_EQ(told, std::to_string(usrnum) + ",-3,0") << command;
-        }
+        EXPECT_EQ(record(), told.empty() ? show({usrnum, -3, 0}) : told) << command;
         return text;
     }
 
-    // Closes the link and expects an orderly end.
-    void finish(int status = 0) {
+    // Expects a terminal's hang-up with nothing more on it, and `told`, unless that is empty.
+    void over(int fd, const std::string &told = "") {
+        EXPECT_EQ(drain(fd), "");
+        close(fd);
+        EXPECT_TRUE(told.empty() || record() == told) << told;
+    }
+
+    // Lets all commands that run end by `keys` while the daemon cannot look.
+    void endtogether(const std::vector<int> &masters, const std::string &keys) {
+        EXPECT_EQ(commands().size(), masters.size());
+        kill(program->pid, SIGSTOP);
+        ASSERT_TRUE(eventually([&] { return state(program->pid) == 'T'; }));
+        for (const int fd : masters) {
+            type(fd, keys);
+        }
+        EXPECT_TRUE(eventually([&] { return running() == 0; }));
+        kill(program->pid, SIGCONT);
+    }
+
+    // Closes the link and expects an orderly end; `stuck`: but for the lock.
+    void finish(int status = 0, bool stuck = false) {
         close(link);
         link = -1;
         const Outcome o = program->wait();
         EXPECT_EQ(o.code(), status) << o.err;
-        EXPECT_FALSE(exists("vosterd.pid"));
+        EXPECT_EQ(exists("vosterd.pid"), stuck);
         EXPECT_FALSE(exists("vosterd.socket"));
     }
 
@@ -111,6 +137,19 @@ struct Daemon : testing::Test {
             pids.push_back(atoi(text.c_str() + at));
         }
         return pids;
+    }
+
+    long running() const {
+        const auto pids = commands();
+        return std::count_if(pids.begin(), pids.end(), [](pid_t p) { return state(p) != 'Z'; });
+    }
+
+    int descriptors() const {
+        int n = 0;
+        for (int fd = 0; fd < 64; fd++) {
+            n += exists(proc("fd/") + std::to_string(fd)) ? 1 : 0;
+        }
+        return n;
     }
 
     Home home;
