@@ -7,7 +7,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -27,10 +26,8 @@ void terminal() {
 }
 
 void process() {
-    rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
     printf("fds=");
-    for (int fd = 0; fd < static_cast<int>(limit.rlim_cur); fd++) {
+    for (int fd = 0; fd < getdtablesize(); fd++) {
         if (fcntl(fd, F_GETFD) >= 0) {
             printf("%d ", fd);
         }

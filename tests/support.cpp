@@ -28,8 +28,10 @@ Clock::time_point soon(int milliseconds) {
     return Clock::now() + std::chrono::milliseconds(milliseconds);
 }
 
-// Appends what can be read to each text until both descriptors are at their end or time is up.
-void collect(int a, std::string &atext, int b, std::string &btext, Clock::time_point deadline) {
+// Appends what can be read to each text until both descriptors are at their end or patience ran
+// out.
+void collect(int a, std::string &atext, int b, std::string &btext) {
+    const auto deadline = soon(patience);
     pollfd fds[] = {{a, POLLIN, 0}, {b, POLLIN, 0}};
     std::string *texts[] = {&atext, &btext};
     while ((fds[0].fd >= 0 || fds[1].fd >= 0) && poll(fds, 2, left(deadline)) > 0) {
@@ -46,19 +48,6 @@ void collect(int a, std::string &atext, int b, std::string &btext, Clock::time_p
             }
         }
     }
-}
-
-int waitbounded(pid_t pid, Clock::time_point deadline) {
-    int status = -1;
-    while (waitpid(pid, &status, WNOHANG) == 0) {
-        if (left(deadline) == 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-            return -1;
-        }
-        poll(nullptr, 0, 1);
-    }
-    return status;
 }
 
 } // namespace
@@ -132,7 +121,7 @@ std::string take(int fd, size_t len) {
 std::string drain(int fd) {
     std::string text;
     std::string none;
-    collect(fd, text, -1, none, soon(patience));
+    collect(fd, text, -1, none);
     return text;
 }
 
@@ -209,10 +198,8 @@ Program::~Program() {
 
 Outcome Program::wait() {
     if (!ended) {
-        const auto deadline = soon(patience);
-        collect(out, outcome.out, err, outcome.err, deadline);
-        outcome.status = waitbounded(pid, deadline);
-        ended = true;
+        collect(out, outcome.out, err, outcome.err);
+        ended = eventually([&] { return waitpid(pid, &outcome.status, WNOHANG) != 0; });
     }
     return outcome;
 }

@@ -121,34 +121,20 @@ int setrlimit(__rlimit_resource_t resource, const rlimit *limit) noexcept {
     return fails("setrlimit") ? -1 : next(resource, limit);
 }
 
-int fcntl(int fd, int cmd, ...) {
-    va_list args;
-    va_start(args, cmd);
-    void *arg = va_arg(args, void *);
-    va_end(args);
-    static const auto next = behind<int(int, int, void *)>("fcntl64");
-    return fails("fcntl") ? -1 : next(fd, cmd, arg);
-}
+#define CALL3(name, symbol, first, second, counts, ...)                                            \
+    int name(first a, second b, ...) __VA_ARGS__ {                                                 \
+        va_list args;                                                                              \
+        va_start(args, b);                                                                         \
+        void *c = va_arg(args, void *);                                                            \
+        va_end(args);                                                                              \
+        static const auto next = behind<int(first, second, void *)>(symbol);                       \
+        return counts && fails(#name) ? -1 : next(a, b, c);                                        \
+    }
 
-int ioctl(int fd, unsigned long request, ...) noexcept {
-    va_list args;
-    va_start(args, request);
-    void *arg = va_arg(args, void *);
-    va_end(args);
-    static const auto next = behind<int(int, unsigned long, void *)>("ioctl");
-    return fails("ioctl") ? -1 : next(fd, request, arg);
-}
-
+CALL3(fcntl, "fcntl64", int, int, true)
+CALL3(ioctl, "ioctl", int, unsigned long, true, noexcept)
 // Terminals only: files fail by themselves where a test wants it.
-int open(const char *path, int flags, ...) {
-    va_list args;
-    va_start(args, flags);
-    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(args, mode_t) : 0;
-    va_end(args);
-    static const auto next = behind<int(const char *, int, mode_t)>("open64");
-    const bool terminal = strncmp(path, "/dev/pt", 7) == 0;
-    return terminal && fails("open") ? -1 : next(path, flags, mode);
-}
+CALL3(open, "open64", const char *, int, strncmp(a, "/dev/pt", 7) == 0)
 
 // Wrapped by the linker: in front of the C library's it would serve the loader and sanitizers too.
 void *__real_malloc(size_t size);
