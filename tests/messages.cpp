@@ -7,8 +7,10 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -20,7 +22,8 @@ std::string le(size_t value, size_t size) {
     return size == 0 ? "" : static_cast<char>(value & 0xFF) + le(value >> 8, size - 1);
 }
 
-// A message file, as stored: the tables, the texts, the languages.
+// A message file of messages with a text for each language, as stored: the tables, then the texts,
+// then the languages.
 std::string mcv(const Strings &languages, const std::vector<Strings> &messages) {
     const size_t l = languages.size();
     const size_t lenlist = (messages.size() + 1) * 4;
@@ -43,7 +46,7 @@ std::string mcv(const Strings &languages, const std::vector<Strings> &messages) 
            le(l, 2) + le(messages.size(), 2);
 }
 
-// With another number at an offset, from its end when negative.
+// The file with another number at an offset, counted from its end when negative.
 std::string patch(std::string file, int at, int value, size_t size) {
     return file.replace(static_cast<size_t>(at) + (at < 0 ? file.size() : 0), size,
                         le(static_cast<size_t>(value), size));
@@ -72,15 +75,18 @@ TEST(Messages, OneLanguageAndTheBuffer) {
         int size, msg;
         const char *text;
         int cut;
-    } const rows[] = {
-        {1, 0, "", 1},       {2, 0, "*", 1},           {4, 0, "ze*", 1},         {5, 0, "zero", 0},
-        {6, 2, "no end", 0}, {11, 1, "eleven mo*", 1}, {12, 1, "eleven more", 0}};
+    } const rows[] = {{1, 0, "", 1},           {2, 0, "*", 1},           {4, 0, "ze*", 1},
+                      {5, 0, "zero", 0},       {6, 2, "no end", 0},      {11, 1, "eleven mo*", 1},
+                      {8, 1, "eleven mo*", 1}, {12, 1, "eleven more", 0}};
     for (const auto &r : rows) {
         plex::inimsg(r.size);
         EXPECT_STREQ(plex::rawmsg(r.msg), r.text) << r.size;
         EXPECT_EQ(plex::starit, r.cut) << r.size;
         EXPECT_EQ(mb->lstmsg, r.msg);
     }
+    plex::inimsg(5000);
+    EXPECT_STREQ(plex::msgbuf, "eleven more");
+    EXPECT_EQ(plex::msgseek(0), 5);
     EXPECT_STREQ(plex::catfix2(), "MSG:f.mcv/1");
     mkdir("directory", 0700);
     rename("f.mcv", "directory/abcdefgh.mcv");
@@ -110,7 +116,8 @@ TEST(Messages, FallBackAlongTheChain) {
         int rlingo, mslidx;
     } const rows[] = {{3, 0, "0 French RIP", 3, 1}, {3, 1, "1fr ANSI", 2, 2}, {3, 2, "2eRIP", 1, 3},
                       {3, 3, "3eA", 0, 0},          {4, 0, "0eRIP", 1, 3},    {4, 3, "3eA", 0, 0},
-                      {2, 2, "2eA", 0, 0},          {99, 0, "0eA", 0, 0},     {-1, 0, "0eA", 0, 0}};
+                      {2, 0, "0fr ANSI", 2, 2},     {2, 2, "2eA", 0, 0},      {1, 2, "2eRIP", 1, 3},
+                      {0, 0, "0eA", 0, 0},          {99, 0, "0eA", 0, 0},     {-1, 0, "0eA", 0, 0}};
     for (const auto &r : rows) {
         plex::clingo = r.clingo;
         EXPECT_STREQ(plex::rawmsg(r.msg), r.text) << r.clingo;
@@ -173,7 +180,10 @@ TEST(Messages, FatalErrors) {
                       {patch(good, -16, -1, 4), 0, variables}, // the language list
                       {patch(good, -4, 0, 2), 0, variables},   // how many languages
                       {patch(good, -2, -1, 2), 0, variables},  // and messages
+                      {patch(good, -8, -1, 4), 0, pointers},
                       {patch(good, -8, INT32_MAX, 4), 0, pointers},
+                      {patch(good, -2, 16000, 2), 0, pointers},
+                      {patch(good, -12, -1, 4), 0, table},
                       {patch(good, -12, INT32_MAX, 4), 0, table},
                       {patch(good, 0, -20, 4), 0, seek},
                       {patch(good, 0, static_cast<int>(good.size()) - 2, 4), 0, read},
@@ -189,12 +199,15 @@ TEST(Messages, FatalErrors) {
         };
         EXPECT_EQ(test::fatal(body), r.text) << &r - rows;
     }
+    const std::string endless(5000, 'n');
     EXPECT_EQ(test::fatal([] { plex::opnmsg("none"); }), "CANNOT FIND \"none\"");
-    EXPECT_TRUE(test::fatal([] {
-                    plex::opnmsg(std::string(5000, 'n').c_str());
-                }).starts_with("CANNOT FIND \"n"));
+    EXPECT_EQ(test::fatal([] { plex::opnmsg("./"); }), "CANNOT READ \"./\" VARIABLES");
+    EXPECT_TRUE(test::fatal([&] { plex::opnmsg(endless.c_str()); }).starts_with("CANNOT FIND \"n"));
     plex::inimsg(9);
     EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), "MESSAGE NUMBER 0 OUT OF RANGE IN ");
+    plex::clsmsg(open(good));
+    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), "MESSAGE NUMBER 0 OUT OF RANGE IN ");
+    plex::rstmbk();
     EXPECT_EQ(test::fatal([] {
                   plex::msgbuf = nullptr;
                   plex::rawmsg(0);
@@ -206,7 +219,9 @@ TEST(Messages, TheStack) {
     const test::Home home;
     static msgblk blocks[11];
     for (msgblk &mb : blocks) {
+        mb.lstmsg = 5;
         plex::setmbk(&mb);
+        EXPECT_EQ(mb.lstmsg, -1);
     }
     for (const int i : {9, 8, 7, 6, 5, 4, 3, 2, 1, 1}) { // the eleventh is lost, the tenth stays
         plex::rstmbk();
@@ -230,20 +245,35 @@ TEST(Messages, TheStack) {
     }
 }
 
-// The reads of this process, and how many bytes they gave, since the last call.
-std::string reads() {
-    static long before[2];
-    static long own;
-    const int fd = ::open("/proc/self/io", O_RDONLY);
-    char text[512] = "";
-    long now[2] = {};
-    const ssize_t len = read(fd, text, sizeof text - 1);
-    ::close(fd);
-    EXPECT_EQ(sscanf(text, "rchar: %ld wchar: %*d syscr: %ld", &now[0], &now[1]), 2) << text;
-    const long bytes = now[0] - before[0] - std::exchange(own, len);
-    const long calls = now[1] - std::exchange(before[1], now[1]) - 1;
-    before[0] = now[0];
-    return std::to_string(calls) + ":" + std::to_string(bytes);
+// The seeks and reads that `body` makes, and a "|" for each call of `mark`.
+std::string calls(const std::function<void(void (*mark)())> &body) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        raise(SIGSTOP);
+        body([] { syscall(SYS_getppid); });
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ptrace(PTRACE_SETOPTIONS, pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+    std::string text;
+    uint64_t number = 0;
+    while (ptrace(PTRACE_SYSCALL, pid, nullptr, nullptr) == 0 && waitpid(pid, &status, 0) == pid &&
+           WIFSTOPPED(status)) {
+        __ptrace_syscall_info info = {};
+        ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+            number = info.entry.nr;
+            text += number == SYS_getppid ? "| " : number == SYS_lseek ? "seek " : "";
+#ifdef SYS__llseek
+            text += number == SYS__llseek ? "seek " : "";
+#endif
+        } else if (info.op == PTRACE_SYSCALL_INFO_EXIT && number == SYS_read) {
+            text += "read:" + std::to_string(info.exit.rval) + " ";
+        }
+    }
+    return text;
 }
 
 // What plexmsg does with these words: what it writes, and its status unless that is 0.
@@ -253,7 +283,7 @@ std::string plexmsg(Strings args, const std::string &mcvpath = "") {
     return outcome.out + outcome.err + (outcome.code() != 0 ? std::to_string(outcome.code()) : "");
 }
 
-TEST(Messages, OneReadEach) {
+TEST(Messages, OneSeekAndOneRead) {
     const test::Home home;
     test::speak({"English/ANSI", "French/ANSI"});
     plex::inimsg(100);
@@ -261,20 +291,19 @@ TEST(Messages, OneReadEach) {
     test::spew("two.txt", "language English/ANSI\nlanguage French/ANSI\nmessage\n"
                           "text English/ANSI\n|one\ntext French/ANSI\n|une");
     EXPECT_EQ(plexmsg({"compile", "two.txt", "two.mcv"}), "");
-    plex::clingo = 1;
-    reads();
-    msgblk *big = plex::opnmsg("big.mcv");
-    EXPECT_EQ(reads(), "3:" + std::to_string(16 + 13 + 131072));
-    for (const int msg : {32766, 0}) {
-        plex::rawmsg(msg);
-        EXPECT_EQ(reads(), "1:10") << msg;
-    }
-    msgblk *two = plex::opnmsg("two.mcv");
-    EXPECT_EQ(reads(), "4:" + std::to_string(16 + 25 + 8 + 4));
-    plex::rawmsg(0);
-    EXPECT_EQ(reads(), "1:4");
-    close(two);
-    close(big);
+    EXPECT_EQ(calls([](auto mark) {
+                  plex::clingo = 1;
+                  plex::opnmsg("big.mcv");
+                  mark();
+                  plex::rawmsg(32766);
+                  plex::rawmsg(0);
+                  mark();
+                  plex::opnmsg("two.mcv");
+                  mark();
+                  plex::rawmsg(0);
+              }),
+              "seek read:16 seek read:13 seek read:131072 | seek read:10 seek read:10 | "
+              "seek read:16 seek read:25 seek read:8 seek read:4 | seek read:4 ");
     test::speak({});
 }
 
@@ -308,6 +337,7 @@ TEST(Plexmsg, CompileListShow) {
               "message 3 English/ANSI 4 \"Bye\"\n");
     const std::pair<Strings, std::string> rows[] = {
         {{"0", "-l", "french"}, "Bonjour!\n"},
+        {{"0"}, "  \x1B[1mHello there,\n\n\\ # no comment \n"},
         {{"3", "-l", "f"}, "Bye\nplexmsg: no text in French/ANSI, this is English/ANSI\n"},
         {{"0", "-l", "French/RIP"},
          "Bonjour!\nplexmsg: no text in French/RIP, this is French/ANSI\n"},
@@ -318,6 +348,8 @@ TEST(Plexmsg, CompileListShow) {
         words.insert(words.end(), args.begin(), args.end());
         EXPECT_EQ(plexmsg(words), want);
     }
+    EXPECT_EQ(plexmsg({"compile", "s.txt", "none/s.mcv"}),
+              "plexmsg: cannot write none/s.mcv: No such file or directory\n1");
     EXPECT_EQ(plexmsg({"compile", ".", "out"}), "plexmsg: cannot read .: Is a directory\n1");
 }
 
