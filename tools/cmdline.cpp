@@ -73,7 +73,8 @@ std::string findprogram(const std::string &name) {
         if (executable(file)) {
             return absolute(file);
         }
-        cause = errno == EACCES ? EACCES : cause;
+        // A directory that may not be searched has, for all one knows, no such program.
+        cause = errno == EACCES && access(file.c_str(), F_OK) == 0 ? EACCES : cause;
     }
     errno = cause;
     return "";

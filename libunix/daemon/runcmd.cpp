@@ -40,11 +40,9 @@ struct {
     unblock_signal(oldmask);
     // The masters in the table, the links, the lock, the log and our end of this very terminal: a
     // command that kept its own master open would never see a hang-up. In one call, and the table
-    // is left where it is: to walk it would cost a call for each command and a copy of its memory.
+    // is left as it is: to write to it would cost copies of its memory, and to walk it a call for
+    // each command.
     closefrom(STDERR_FILENO + 1);
-    children = nullptr;
-    bbsfd = -1;
-    ipcfd = -1;
     exit(dospawn(cmdstg));
 }
 
