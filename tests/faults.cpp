@@ -198,7 +198,9 @@ TEST_F(Faults, SignalsWithoutAnEnd) {
     kill(program->pid, SIGCHLD);
     EXPECT_TRUE(logged("Received SIGCHLD.\nwait: No child processes")) << slurp("vosterd.log");
     const int cat = run(1, "/bin/cat");
-    kill(commands().at(0), SIGSTOP); // a stop is no end
+    EXPECT_EQ(write(cat, "x\n", 2), 2);
+    EXPECT_EQ(test::expect(cat, "x\r\nx\r\n"), "x\r\nx\r\n"); // it runs, and a hang-up will end it
+    kill(commands().at(0), SIGSTOP);                          // a stop is no end
     EXPECT_TRUE(logged("Received SIGCHLD.\nCould not find child (pid=0)\n"));
     EXPECT_EQ(output(2, "/bin/echo x"), "x\r\n");
     close(cat);
