@@ -139,7 +139,11 @@ bool movecursor(const unsigned char *image) {
 
 bool knowsterminal() {
     int reason = 0;
-    return setupterm(nullptr, STDOUT_FILENO, &reason) == OK;
+    if (setupterm(nullptr, STDOUT_FILENO, &reason) != OK) {
+        return false;
+    }
+    del_curterm(cur_term);
+    return true;
 }
 
 bool openterminal() {
