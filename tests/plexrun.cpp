@@ -76,7 +76,8 @@ protected:
     }
 
     Words env(const Words &more = {}) const {
-        Words all = {"TMPDIR=" + home.path + "/tmp", "BBSCONFIG", "BBSLOG", "BBSSTDIN"};
+        Words all = {"TMPDIR=" + home.path + "/tmp", "PATH=/usr/local/bin:/usr/bin:/bin",
+                     "BBSCONFIG", "BBSLOG", "BBSSTDIN"};
         all.insert(all.end(), more.begin(), more.end());
         return all;
     }

@@ -31,8 +31,7 @@ jmp_buf disaster;
 namespace {
 
 constexpr const char *REPORT = "CATASTRO.TXT";
-constexpr int handled = 90; // exit statuses
-constexpr int nested = 80;
+constexpr int nested = 80;          // exit status
 constexpr unsigned pause = 3000000; // microseconds to read the message
 constexpr size_t messagesize = 1024;
 
