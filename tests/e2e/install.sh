@@ -16,8 +16,7 @@ sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '/^```/d' >"$stage/exampl
 [ -s "$stage/example.cpp" ] || { echo "README.md has no example"; exit 1; }
 PKG_CONFIG_PATH=$(dirname "$(find "$stage" -name plex.pc)")
 export PKG_CONFIG_PATH
-# The prefix in the file is the one that was configured; what counts is where the file stands.
-read -ra flags < <(pkg-config --define-variable=prefix="$stage/usr" --cflags --libs plex)
+read -ra flags < <(pkg-config --cflags --libs plex)
 cd "$stage"
 c++ -std=c++20 -Wall -Wextra -Werror example.cpp -o example "${flags[@]}"
 printf 'HOME=%s\n' "$stage" >plexhost.cfg
