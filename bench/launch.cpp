@@ -3,7 +3,7 @@
 //
 // launch [ROUNDS [COUNT]]: medians of ROUNDS rounds (5) of COUNT launches (1000).
 
-#include "tools/hostlink.h"
+#include "libunix/host/hostlink.h"
 #include "tools/owndaemon.h"
 
 #include <algorithm>

@@ -1,8 +1,8 @@
 // What message files cost: opening the largest one there can be, and reading from it.
 
+#include "libsrc/base/text.h"
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/msgfile.h"
-#include "libsrc/common/text.h"
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>

@@ -7,7 +7,7 @@
 // bring every notice that is due. Then the daemon must hold what it held at the start. Ends with 1
 // and a line for each fault when anything disagrees.
 
-#include "tools/hostlink.h"
+#include "libunix/host/hostlink.h"
 #include "tools/owndaemon.h"
 
 #include <algorithm>

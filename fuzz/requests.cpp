@@ -4,9 +4,9 @@
 
 #include "libunix/daemon/child.h"
 #include "libunix/daemon/runcmd.h"
+#include "libunix/host/hostlink.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/pty.h"
-#include "tools/hostlink.h"
 
 #include <algorithm>
 #include <csetjmp>

@@ -1,10 +1,10 @@
 // The fatal-error path and its exploding pop-up, in child processes on the null console.
 
 #include "libsrc/catastro/catastro.h"
+#include "libsrc/base/text.h"
 #include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/memory.h"
-#include "libsrc/common/text.h"
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/log.h"

@@ -1,6 +1,6 @@
 // Packed dates and times, day counts, byte order.
 
-#include "libsrc/common/dates.h"
+#include "libsrc/base/dates.h"
 #include "libunix/common/bytord.h"
 #include "tests/support.h"
 

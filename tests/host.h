@@ -1,8 +1,8 @@
 // A real daemon in a home of its own, with the test as its host.
 #pragma once
 
+#include "libunix/host/hostlink.h"
 #include "tests/support.h"
-#include "tools/hostlink.h"
 
 #include <algorithm>
 #include <csignal>

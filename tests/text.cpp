@@ -1,11 +1,11 @@
 // Strings, comparisons, wildcards.
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
+#include "libsrc/base/compare.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/memory.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
-#include "libunix/runtime/text.h"
 #include "libunix/runtime/tiles.h"
 #include "tests/support.h"
 

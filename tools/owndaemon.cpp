@@ -1,7 +1,7 @@
 #include "tools/owndaemon.h"
 
+#include "libunix/host/hostlink.h"
 #include "tools/cmdline.h"
-#include "tools/hostlink.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,7 +1,7 @@
 // plexrun: a host with one user, the person at this terminal. Runs a command through vosterd.
 
+#include "libunix/host/hostlink.h"
 #include "tools/cmdline.h"
-#include "tools/hostlink.h"
 #include "tools/owndaemon.h"
 #include "tools/relay.h"
 #include "tools/stub.h"

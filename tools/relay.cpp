@@ -9,7 +9,7 @@
 
 #include "tools/relay.h"
 
-#include "tools/hostlink.h"
+#include "libunix/host/hostlink.h"
 #include "tools/terminal.h"
 
 #include <algorithm>

@@ -3,11 +3,11 @@
 
 #include "libsrc/catastro/catastro.h"
 
+#include "libsrc/base/dates.h"
+#include "libsrc/base/text.h"
 #include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
-#include "libsrc/common/dates.h"
 #include "libsrc/common/msgfile.h"
-#include "libsrc/common/text.h"
 #include "libunix/common/bytord.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/log.h"

@@ -1,8 +1,8 @@
 #include "libsrc/common/lingo.h"
 
+#include "libsrc/base/text.h"
 #include "libsrc/catastro/catastro.h"
 #include "libsrc/common/memory.h"
-#include "libsrc/common/text.h"
 #include "libsrc/common/tfscan.h"
 
 #include <climits>

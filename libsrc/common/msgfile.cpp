@@ -4,10 +4,10 @@
 
 #include "libsrc/common/msgfile.h"
 
+#include "libsrc/base/text.h"
 #include "libsrc/catastro/catastro.h"
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/memory.h"
-#include "libsrc/common/text.h"
 #include "libunix/common/bytord.h"
 
 #include <algorithm>

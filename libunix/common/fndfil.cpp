@@ -4,8 +4,8 @@
 
 #include "libunix/common/fndfil.h"
 
-#include "libsrc/common/dates.h"
-#include "libsrc/common/text.h"
+#include "libsrc/base/dates.h"
+#include "libsrc/base/text.h"
 #include "libunix/common/wildcard.h"
 
 #include <climits>

@@ -13,7 +13,7 @@ constexpr uint8_t dirattr = 16; // the attribute of a directory
 struct fndblk {
     char junk[21];     // reserved
     uint8_t attr;      // what was found: 0 a file, dirattr a directory
-    uint16_t time;     // when it was last modified, local time, packed (libsrc/common/dates.h)
+    uint16_t time;     // when it was last modified, local time, packed (libsrc/base/dates.h)
     uint16_t date;     //
     int size;          // its size in bytes, the largest int when that is larger
     char filspc[256];  // the pattern

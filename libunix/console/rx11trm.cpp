@@ -5,7 +5,7 @@
 // at the end perhaps -1. It gets no answer: SIGUSR1 tells it to go. One viewer at a time, and a
 // newcomer takes the console over. Everything happens within the program's own polls.
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/log.h"
 #include "libunix/screen/screen.h"

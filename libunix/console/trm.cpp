@@ -1,6 +1,6 @@
 #include "libunix/console/trm.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/log.h"
 

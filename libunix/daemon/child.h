@@ -24,7 +24,6 @@ extern int lockfd;      // the single-instance lock
 extern int debug;       // non-zero: tell the log what happens
 
 constexpr const char *LOCKNAME = "vosterd.pid";
-constexpr const char *ENDPOINT = "vosterd.socket";
 
 // Puts a command at the head of the table; null when memory has run out.
 Child *add_child(int usrnum, int pid, int fd);

@@ -4,7 +4,7 @@
 // everything else happens in signal handlers, which interrupt that read. The daemon never relays a
 // command's data: the host gets the terminal's master and talks to the command itself.
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/console/trm.h"
 #include "libunix/daemon/child.h"
 #include "libunix/daemon/runcmd.h"

@@ -7,6 +7,9 @@
 
 namespace plex {
 
+// The endpoint, a socket in the host's home directory.
+constexpr const char *ENDPOINT = "vosterd.socket";
+
 constexpr int CMDSIZE = 1024;
 
 // Host to daemon.

@@ -4,7 +4,7 @@
 
 #include "libunix/plumbing/csfd.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/runtime/log.h"
 
 #include <cerrno>

@@ -8,7 +8,7 @@
 
 #include "libunix/plumbing/pty.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/runtime/process.h"
 
 #include <cerrno>

@@ -3,7 +3,7 @@
 
 #include "libunix/runtime/config.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 #include "libunix/runtime/log.h"
 
 #include <cerrno>

@@ -3,7 +3,7 @@
 
 #include "libunix/runtime/files.h"
 
-#include "libsrc/common/dates.h"
+#include "libsrc/base/dates.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/runtime/log.h"
 

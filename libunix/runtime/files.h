@@ -43,7 +43,7 @@ uint64_t clsize(const char *path);
 int clfit(int size, unsigned clsiz);
 
 // The modification time of the file open as `fd`, local time: the packed date in the high 16 bits,
-// the packed time in the low ones (see libsrc/common/dates.h). 0 when it cannot be had.
+// the packed time in the low ones (see libsrc/base/dates.h). 0 when it cannot be had.
 uint32_t unxgtd(int fd);
 
 // Sets the access and modification times of `fname` to packed time `dtim` and packed date `ddat`,

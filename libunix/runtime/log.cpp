@@ -4,8 +4,8 @@
 
 #include "libunix/runtime/log.h"
 
+#include "libsrc/base/compare.h"
 #include "libunix/runtime/config.h"
-#include "libunix/runtime/text.h"
 
 #include <algorithm>
 #include <cctype>

@@ -1,6 +1,6 @@
-#include "libunix/runtime/text.h"
+#include "libsrc/base/compare.h"
 
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 
 #include <cctype>
 #include <cstring>

@@ -1,9 +1,9 @@
 // The words hold more than dates do: a month of 15, an hour of 31, a day of 0. Whatever a word's
 // fields say is shown as it stands, and the buffers hold it.
 
-#include "libsrc/common/dates.h"
+#include "libsrc/base/dates.h"
 
-#include "libunix/runtime/text.h"
+#include "libsrc/base/compare.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "libsrc/common/text.h"
+#include "libsrc/base/text.h"
 
 #include <cctype>
 #include <cstring>

@@ -2,9 +2,8 @@
 // which is next. So both reads check that the kernel agrees: a descriptor read as plain bytes would
 // be closed unseen, and plain bytes taken for a descriptor's would be lost.
 
-#include "tools/hostlink.h"
+#include "libunix/host/hostlink.h"
 
-#include "libunix/daemon/child.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/svr4fd.h"
 
