@@ -61,7 +61,7 @@ int gstricmp(const char *s1, const char *s2) {
     const char a = *s1;
     const char b = *s2;
     if ((b == '_' && alnum(a)) || (a == '_' && alnum(b))) {
-        return 1; // whichever side has it: callers only ask whether to exchange the two
+        return 1; // whichever side has it: deliberate
     }
     if (islower(static_cast<unsigned char>(a)) != 0 &&
         isupper(static_cast<unsigned char>(b)) != 0) {

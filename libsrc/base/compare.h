@@ -20,8 +20,10 @@ int stricmp(const char *s1, const char *s2);
 // Another name for stricmp.
 int strcmpi(const char *s1, const char *s2);
 
-// Ordering in which "_" stands before letters and digits, and of two letters that differ only in
-// case the upper-case one stands first; otherwise as stricmp. 0 when equal.
+// 0 when the strings are equal ignoring case. Else by their first characters that differ so, `a`
+// and `b`, the first rule that fits: 1 when one of the two is "_" and the other a letter or digit;
+// 1 when `a` is lower-case and `b` upper-case; otherwise toupper(a) - toupper(b). No ordering: for
+// some pairs the result is positive both ways.
 int gstricmp(const char *s1, const char *s2);
 
 // 0 when the strings are equal ignoring case, else 1. Deliberately no ordering.

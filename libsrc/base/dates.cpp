@@ -36,6 +36,14 @@ int twodigits(uint16_t date) {
     return (yearof(date) + epoch) % 100;
 }
 
+int hourof(uint16_t time) {
+    return time >> 11;
+}
+
+int minuteof(uint16_t time) {
+    return time >> 5 & 63;
+}
+
 const tm *localnow() {
     const time_t seconds = time(nullptr);
     return localtime(&seconds); // follows a changed TZ, which localtime_r need not
@@ -87,7 +95,7 @@ char *ncdate(uint16_t date) {
 
 char *nctime(uint16_t time) {
     static char text[sizeof "HH:MM:SS"];
-    snprintf(text, sizeof text, "%02d:%02d:%02d", time >> 11, time >> 5 & 63, (time & 31) * 2);
+    snprintf(text, sizeof text, "%02d:%02d:%02d", hourof(time), minuteof(time), (time & 31) * 2);
     return text;
 }
 
@@ -102,7 +110,8 @@ char *ncudnt(uint16_t date, uint16_t time) {
     static char text[sizeof "Mmm DD HH:MM"];
     memcpy(text, moname[monthof(date)], sizeof moname[0]);
     strlwr(text + 1);
-    snprintf(text + 3, sizeof text - 3, " %2d %-5.5s", dayof(date), nctime(time));
+    snprintf(text + 3, sizeof text - 3, " %2d %02d:%02d", dayof(date), hourof(time),
+             minuteof(time));
     if (yearof(date) != yearof(today())) {
         snprintf(text + 7, sizeof text - 7, " %d", yearof(date) + epoch);
     }
@@ -156,8 +165,7 @@ uint16_t datofc(uint16_t count) {
     int month = 1;
     int before = 0;
     for (; month < 12; month++) {
-        // The extra day counts from February on, not from March: deliberate, see the header.
-        const int next = daymon[static_cast<unsigned>(month)] + (leap(year) ? 1 : 0);
+        const int next = daymon[static_cast<unsigned>(month)] + (month > 1 && leap(year) ? 1 : 0);
         if (next > rest) {
             break;
         }

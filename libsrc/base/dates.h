@@ -48,11 +48,10 @@ int dcdate(const char *text);
 // The time typed as hour:minute:second or hour:minute, in the same way.
 int dctime(const char *text);
 
-// A date's day count, exact from 1980 to 2099 (every fourth year counts as a leap year), and back.
-// The way back counts a leap year's extra day from February on, not from March, so there the
-// February of a leap year comes out a day early: it runs from day 0 to day 28. A month of 0 counts
-// as January and one above 12 as December; a count beyond the last year that a date holds gives a
-// meaningless word.
+// A date's day count, exact from 1980 to 2099 (every fourth year counts as a leap year), and its
+// inverse: cofdat(datofc(count)) is `count` for every day until the end of 2107. A month of 0
+// counts as January and one above 12 as December; a count beyond the last year that a date holds
+// gives a meaningless word.
 uint16_t cofdat(uint16_t date);
 uint16_t datofc(uint16_t count);
 

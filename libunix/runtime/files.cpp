@@ -112,7 +112,7 @@ uint64_t dskfre(const char *path) {
 
 uint64_t dskkfre(const char *path) {
     struct statvfs info = {};
-    // Blocks first, then the size: deliberate, the host compares with figures rounded this way.
+    // The blocks are divided, not the product: deliberate.
     return fsinfo(path, info) ? static_cast<uint64_t>(info.f_bavail >> 10) * info.f_frsize : 0;
 }
 
@@ -131,20 +131,20 @@ int clfit(int size, unsigned /*clsiz*/) {
 
 uint32_t unxgtd(int fd) {
     struct stat st = {};
-    tm when = {};
-    if (fstat(fd, &st) < 0 || localtime_r(&st.st_mtime, &when) == nullptr) {
+    if (fstat(fd, &st) < 0) {
         return 0;
     }
-    return static_cast<uint32_t>(tmdate(when)) << 16 | tmtime(when);
+    const tm *when = localtime(&st.st_mtime); // follows a changed TZ, which localtime_r need not
+    return when == nullptr ? 0 : static_cast<uint32_t>(tmdate(*when)) << 16 | tmtime(*when);
 }
 
 int unxstd(const char *fname, unsigned short dtim, unsigned short ddat) {
     struct stat st = {};
-    tm when = {};
-    // The time zone rule in force (summer time) is taken over from the file's present time.
-    if (stat(fname, &st) < 0 || localtime_r(&st.st_mtime, &when) == nullptr) {
+    if (stat(fname, &st) < 0) {
         return 0;
     }
+    tm when = {};
+    when.tm_isdst = -1; // summer time as on that day, whatever the file's present time has
     when.tm_year = (ddat >> 9) + 80;
     when.tm_mon = ((ddat >> 5) & 15) - 1;
     when.tm_mday = ddat & 31;

@@ -53,6 +53,10 @@ void bgnlog(const char *filnam) {
     if (stricmp(target, "null") == 0) {
         fp = nullptr;
     } else if (stricmp(target, "stdout") == 0) {
+        // The program's own output goes the same way, and items bypass the stream: unbuffered, both
+        // come in the order in which they were said.
+        fflush(stdout);
+        setvbuf(stdout, nullptr, _IONBF, 0);
         fp = stdout;
     } else if (stricmp(target, "stderr") == 0) {
         fp = stderr;

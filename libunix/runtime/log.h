@@ -8,8 +8,9 @@
 namespace plex {
 
 // Chooses and opens the log. `filnam` (a path) is the file that BBSLOG=file means. BBSLOG may also
-// be "null", "stdout", "stderr" (in any letter case) or the path of another file. A file is created
-// or emptied. A log opened earlier is left to its owner; call this once.
+// be "null", "stdout" (which is unbuffered from then on), "stderr" (in any letter case) or the path
+// of another file. A file is created or emptied. A log opened earlier is left to its owner; call
+// this once.
 void bgnlog(const char *filnam);
 
 // Whether there is a log, for a caller whose items are dear to make.
