@@ -6,6 +6,7 @@
 #include "libunix/plumbing/svr4fd.h"
 #include "tests/support.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -29,6 +30,12 @@ struct Pair {
     int fd[2] = {-1, -1};
 };
 
+int lowestfree() {
+    const int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
 TEST(Hostlink, WhatCanCome) {
     struct {
         const char *what;
@@ -48,17 +55,14 @@ TEST(Hostlink, WhatCanCome) {
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.what);
-        const int before = dup(0); // the lowest that is free
-        close(before);
+        const int before = lowestfree();
         {
             Pair pair;
             r.peer(pair);
             plex::clientmsg record = {};
             EXPECT_EQ(plex::hostread(pair.fd[0], record), r.record);
         }
-        const int after = dup(0);
-        close(after);
-        EXPECT_EQ(after, before) << "a stray descriptor stayed open";
+        EXPECT_EQ(lowestfree(), before) << "a stray descriptor stayed open";
         Pair pair;
         r.peer(pair);
         int fd = -1;
@@ -69,6 +73,63 @@ TEST(Hostlink, WhatCanCome) {
             close(fd);
         }
     }
+}
+
+// Whatever the cuts, the same is heard. A start without a descriptor, a failure and ends stand
+// between.
+TEST(Hostlink, EverySplit) {
+    std::string stream;
+    std::vector<size_t> passed; // where bytes stand that bring a descriptor
+    for (const int kind : {-3, -1, -1, -2, -1, -3, -1}) {
+        const plex::clientmsg m = {static_cast<int>(stream.size()), kind, 0};
+        stream.append(reinterpret_cast<const char *>(&m), sizeof m);
+        if (kind == -1 && stream.size() != 37) { // the second start's was refused
+            passed.push_back(stream.size());
+            stream.push_back('\0');
+        }
+    }
+    std::string heard;
+    const auto hear = [&](const plex::Hostitem &item) {
+        heard += std::to_string(item.record.usrnum) + (item.fd >= 0 ? "+ " : " ");
+        EXPECT_TRUE(item.fd < 0 || (fcntl(item.fd, F_GETFD) == FD_CLOEXEC && close(item.fd) == 0));
+    };
+    const auto cuts = [&](size_t from) { // as the kernel does, behind a descriptor's byte
+        const auto at = std::lower_bound(passed.begin(), passed.end(), from);
+        return at == passed.end() ? stream.size() : *at + 1;
+    };
+    const int before = lowestfree();
+    for (size_t cut = 0; cut <= stream.size(); cut++) {
+        plex::Hostpart given = {}; // fed
+        plex::Hostpart read = {};  // read from a link
+        Pair pair;
+        plex::Hostitem item;
+        std::string fed;
+        for (size_t at = 0; at < stream.size();) {
+            const size_t end = std::min(cuts(at), at < cut ? cut : stream.size());
+            const bool brings = std::count(passed.begin(), passed.end(), end - 1) != 0;
+            plex::Hostbytes in = {reinterpret_cast<unsigned char *>(&stream[at]), end - at,
+                                  brings ? fcntl(0, F_DUPFD_CLOEXEC, 0) : plex::NOFD};
+            for (heard.swap(fed); plex::hostdecode(given, in, item) == Link::got;) {
+                hear(item);
+            }
+            heard.swap(fed);
+            const size_t plain = end - at - (brings ? 1 : 0);
+            EXPECT_EQ(write(pair.fd[1], &stream[at], plain), static_cast<ssize_t>(plain));
+            EXPECT_TRUE(!brings || plex::send_fd(pair.fd[1], 0) == 0);
+            while (plex::hostnext(pair.fd[0], read, item) == Link::got) {
+                hear(item);
+            }
+            at = end;
+        }
+        EXPECT_EQ(fed, "0 12+ 25 37 49+ 62 74+ ") << "cut at " << cut;
+        EXPECT_EQ(heard, fed) << "cut at " << cut;
+        heard.clear();
+        plex::send_fd(pair.fd[1], 0);
+        EXPECT_EQ(plex::hostnext(pair.fd[0], read, item), Link::strayfd);
+        pair.say(3), pair.hangup();
+        EXPECT_EQ(plex::hostnext(pair.fd[0], read, item), Link::cut);
+    }
+    EXPECT_EQ(lowestfree(), before) << "a descriptor stayed open";
 }
 
 TEST(Hostlink, DescriptorWithoutRoom) {

@@ -1,12 +1,12 @@
-// The stream carries two kinds of items, records and descriptors, and nothing but their order tells
-// which is next. So both reads check that the kernel agrees: a descriptor read as plain bytes would
-// be closed unseen, and plain bytes taken for a descriptor's would be lost.
+// The stream carries records and bytes that bring descriptors, and nothing but their order tells
+// which is next. So every read checks that the kernel agrees: a descriptor read as a record's byte
+// would be closed unseen, and a record's byte taken for a descriptor's would be lost.
 
 #include "libunix/host/hostlink.h"
 
 #include "libunix/plumbing/csfd.h"
-#include "libunix/plumbing/svr4fd.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +16,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace plex {
 namespace {
@@ -29,12 +30,37 @@ bool issocket(int fd) {
     return fstat(fd, &st) == 0 && S_ISSOCK(st.st_mode);
 }
 
+// One read of up to `in.left` bytes into `room`: what came, in `in`.
+Link receive(int link, int flags, unsigned char *room, Hostbytes &in) {
+    ssize_t n = 0;
+    do {
+        n = recv_bytes(link, room, in.left, flags, &in.fd);
+    } while (n < 0 && errno == EINTR);
+    if (n == 0 || (n < 0 && errno == ECONNRESET)) { // reset: it left with requests unread
+        return Link::ended;
+    }
+    in.at = room;
+    in.left = n < 0 ? 0 : static_cast<size_t>(n);
+    return n < 0 ? Link::failed : Link::got;
+}
+
+// What comes where a record's byte should: false, and closed, when a descriptor did.
+bool plainbytes(Hostbytes &in) {
+    const int fd = std::exchange(in.fd, NOFD);
+    if (fd >= 0) {
+        close(fd);
+    }
+    return fd == NOFD;
+}
+
 } // namespace
 
 const char *linktext(Link link) {
     switch (link) {
     case Link::got:
         return "all is well";
+    case Link::more:
+        return "the rest is to come";
     case Link::ended:
         return "the daemon closed the link";
     case Link::cut:
@@ -74,9 +100,6 @@ int hostopen(const char *home) {
         cause = ENOTSOCK;
     }
     close(dir);
-    if (link >= 0) {
-        fcntl(link, F_SETFD, FD_CLOEXEC);
-    }
     errno = cause;
     return link;
 }
@@ -111,28 +134,18 @@ int hostkill(int link, int usrnum) {
 }
 
 Link hostread(int link, clientmsg &record) {
-    auto *at = reinterpret_cast<char *>(&record);
-    size_t left = sizeof record;
-    while (left > 0) {
-        iovec iov = {at, left};
-        msghdr msg = {};
-        msg.msg_iov = &iov;
-        msg.msg_iovlen = 1;
-        const ssize_t n = recvmsg(link, &msg, 0);
-        if (n < 0 && errno == EINTR) {
-            continue;
+    auto *at = reinterpret_cast<unsigned char *>(&record);
+    for (size_t left = sizeof record; left > 0;) {
+        Hostbytes in = {at, left, NOFD};
+        const Link got = receive(link, 0, at, in);
+        if (got != Link::got) {
+            return got == Link::ended && left < sizeof record ? Link::cut : got;
         }
-        if (n < 0 && errno != ECONNRESET) { // reset: it left with requests unread
-            return Link::failed;
-        }
-        if (n <= 0) {
-            return left == sizeof record ? Link::ended : Link::cut;
-        }
-        if ((msg.msg_flags & MSG_CTRUNC) != 0) {
+        if (!plainbytes(in)) {
             return Link::strayfd;
         }
-        at += n;
-        left -= static_cast<size_t>(n);
+        at += in.left;
+        left -= in.left;
     }
     return Link::got;
 }
@@ -142,7 +155,6 @@ Link hostfd(int link, int &fd) {
         fd = recv_fd(link);
     } while (fd < 0 && errno == EINTR);
     if (fd >= 0) {
-        fcntl(fd, F_SETFD, FD_CLOEXEC);
         return Link::got;
     }
     switch (errno) {
@@ -156,6 +168,51 @@ Link hostfd(int link, int &fd) {
     default:
         return Link::failed;
     }
+}
+
+Link hostdecode(Hostpart &part, Hostbytes &in, Hostitem &item) {
+    while (in.left > 0) {
+        const unsigned char byte = *in.at++;
+        in.left--;
+        if (part.have == sizeof part.record) { // a start, whose descriptor comes now or not at all
+            memcpy(&item.record, part.record, sizeof item.record);
+            item.fd = in.left == 0 ? std::exchange(in.fd, NOFD) : NOFD;
+            part.have = 0;
+            if (item.fd == NOFD) {
+                part.record[part.have++] = byte;
+            }
+            return Link::got;
+        }
+        part.record[part.have++] = byte;
+        if (in.left == 0 && !plainbytes(in)) {
+            return Link::strayfd;
+        }
+        memcpy(&item.record, part.record, sizeof item.record);
+        if (part.have == sizeof part.record && item.record.msgtyp != MSG_STARTED) {
+            item.fd = NOFD;
+            part.have = 0;
+            return Link::got;
+        }
+    }
+    return Link::more;
+}
+
+// Reads no further than an item can reach, so that nothing has to be kept but a part of one.
+Link hostnext(int link, Hostpart &part, Hostitem &item) {
+    Link got = Link::more;
+    while (got == Link::more) {
+        unsigned char room[sizeof part.record];
+        Hostbytes in = {room, std::max<size_t>(sizeof room - part.have, 1), NOFD};
+        got = receive(link, MSG_DONTWAIT, room, in);
+        if (got == Link::failed && errno == EAGAIN) {
+            return Link::more;
+        }
+        if (got != Link::got) {
+            return got == Link::ended && part.have > 0 ? Link::cut : got;
+        }
+        got = hostdecode(part, in, item);
+    }
+    return got;
 }
 
 } // namespace plex

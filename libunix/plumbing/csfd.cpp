@@ -40,7 +40,7 @@ const sockaddr *generic(const sockaddr_un &addr) {
 int lsnsoc(const char *filename) {
     unlink(filename);
     const mode_t mask = umask(0);
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) {
         perror("pipe");
         umask(mask);
@@ -63,7 +63,7 @@ int lsnsoc(const char *filename) {
 }
 
 int acceptfd(int servfd) {
-    const int fd = accept(servfd, nullptr, nullptr);
+    const int fd = accept4(servfd, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0) {
         inform("I_RECVFD: %s (%d)\n", strerror(errno), errno);
     }
@@ -76,7 +76,7 @@ int fdserver(const char *path) {
     if (stat(path, &st) == 0 && S_ISSOCK(st.st_mode)) {
         sockaddr_un addr;
         if (setaddress(addr, path)) {
-            fd = socket(AF_UNIX, SOCK_STREAM, 0);
+            fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
         }
         if (fd >= 0 && connect(fd, generic(addr), sizeof addr) < 0) {
             const int cause = errno;
@@ -85,7 +85,7 @@ int fdserver(const char *path) {
             fd = -1;
         }
     } else {
-        fd = open(path, O_RDWR);
+        fd = open(path, O_RDWR | O_CLOEXEC);
     }
     if (fd < 0) {
         inform("fdserver:open: %s", strerror(errno)); // deliberately no line end

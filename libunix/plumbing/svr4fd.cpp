@@ -38,29 +38,6 @@ int lookahead(int fd) {
     return n == 1 && (msg.msg_flags & MSG_CTRUNC) != 0 ? 0 : EBADMSG;
 }
 
-// Takes that byte and its descriptor; -1 with errno.
-int take(int fd) {
-    char byte;
-    iovec iov = {&byte, 1};
-    control room = {};
-    msghdr msg = {};
-    msg.msg_iov = &iov;
-    msg.msg_iovlen = 1;
-    msg.msg_control = &room;
-    msg.msg_controllen = CMSG_LEN(sizeof(int)); // not CMSG_SPACE: its padding would admit a second
-    if (recvmsg(fd, &msg, 0) < 0) {
-        return -1;
-    }
-    const cmsghdr *header = CMSG_FIRSTHDR(&msg);
-    int received = -1;
-    if (header == nullptr || header->cmsg_level != SOL_SOCKET || header->cmsg_type != SCM_RIGHTS) {
-        errno = EMFILE; // announced but not installed: this process has no descriptor left for it
-    } else {
-        memcpy(&received, CMSG_DATA(header), sizeof received);
-    }
-    return received;
-}
-
 } // namespace
 
 int send_fd(int clifd, int fd) {
@@ -84,15 +61,34 @@ int send_fd(int clifd, int fd) {
     return 0;
 }
 
+ssize_t recv_bytes(int servfd, void *buf, size_t len, int flags, int *fd) {
+    iovec iov = {buf, len};
+    control room = {};
+    msghdr msg = {};
+    msg.msg_iov = &iov;
+    msg.msg_iovlen = 1;
+    msg.msg_control = &room;
+    msg.msg_controllen = CMSG_LEN(sizeof *fd); // not CMSG_SPACE: its padding would admit a second
+    const ssize_t n = recvmsg(servfd, &msg, flags | MSG_CMSG_CLOEXEC);
+    *fd = n >= 0 && (msg.msg_flags & MSG_CTRUNC) != 0 ? LOSTFD : NOFD;
+    const cmsghdr *header = n < 0 ? nullptr : CMSG_FIRSTHDR(&msg);
+    if (header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
+        memcpy(fd, CMSG_DATA(header), sizeof *fd);
+    }
+    return n;
+}
+
 int recv_fd(int servfd) {
-    int fd = -1;
+    int fd = NOFD;
+    char byte = 0;
     const int cause = lookahead(servfd);
     if (cause != 0) {
         errno = cause;
-    } else {
-        fd = take(servfd);
+    } else if (recv_bytes(servfd, &byte, 1, 0, &fd) >= 0 && fd < 0) {
+        errno = EMFILE;
     }
     if (fd < 0) {
+        fd = -1;
         inform("I_RECVFD: %s (%d)\n", strerror(errno), errno);
     }
     return fd;

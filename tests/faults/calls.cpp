@@ -105,6 +105,11 @@ CALL(int, -1, tcsetattr, (int fd, int action, const termios *t), (fd, action, t)
 CALL(int, -1, unlockpt, (int fd), (fd), noexcept)
 CALL(ssize_t, -1, write, (int fd, const void *buf, size_t len), (fd, buf, len))
 
+int accept4(int fd, sockaddr *addr, socklen_t *len, int flags) {
+    static const auto next = behind<int(int, sockaddr *, socklen_t *, int)>("accept4");
+    return fails("accept") ? -1 : next(fd, addr, len, flags);
+}
+
 pid_t _Fork() noexcept {
     static const auto next = behind<pid_t()>("_Fork");
     return fails("fork") ? -1 : next();
