@@ -27,6 +27,7 @@
 #include "libunix/plumbing/pty.h"
 #include "libunix/plumbing/svr4fd.h"
 #include "libunix/plumbing/svr4shm.h"
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/files.h"
 #include "libunix/runtime/lock.h"

@@ -7,7 +7,7 @@
 #include "libsrc/common/memory.h"
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/svr4shm.h"
-#include "libunix/runtime/log.h"
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/tiles.h"
 #include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"

@@ -2,7 +2,7 @@
 
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/svr4shm.h"
-#include "libunix/runtime/log.h"
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/process.h"
 #include "libunix/screen/print.h"
 #include "tests/faults/calls.h"

@@ -5,7 +5,7 @@
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/pty.h"
 #include "libunix/plumbing/svr4fd.h"
-#include "libunix/runtime/log.h"
+#include "libunix/runtime/bgnlog.h"
 #include "tests/support.h"
 
 #include <cerrno>

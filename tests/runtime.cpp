@@ -1,5 +1,6 @@
 // Configuration, log, lock, process and file services.
 
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/files.h"
 #include "libunix/runtime/lock.h"

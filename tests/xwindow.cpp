@@ -4,6 +4,7 @@
 
 #include "libunix/console/trm.h"
 #include "libunix/console/xdisplay.h"
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/log.h"
 #include "libunix/screen/screen.h"
 #include "tests/fakex.h"

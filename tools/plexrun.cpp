@@ -1,6 +1,7 @@
 // plexrun: a host with one user, the person at this terminal. Runs a command through vosterd.
 
 #include "libunix/host/hostlink.h"
+#include "libunix/runtime/process.h"
 #include "tools/cmdline.h"
 #include "tools/owndaemon.h"
 #include "tools/relay.h"
@@ -324,13 +325,7 @@ int session(const Options &opts) {
 
 int main(int argc, char **argv) {
     plex::runstub(argv);
-    // What is opened later must not become one of the standard descriptors.
-    for (int fd = 0; fd >= 0 && fd <= STDERR_FILENO;) {
-        fd = open("/dev/null", O_RDWR);
-        if (fd > STDERR_FILENO) {
-            close(fd);
-        }
-    }
+    plex::standardfds();
     const plex::Options opts = plex::options(argc, argv);
     plex::watchsignals();
     return plex::session(opts);

@@ -10,6 +10,7 @@
 #include "libunix/daemon/runcmd.h"
 #include "libunix/daemon/template.h"
 #include "libunix/plumbing/csfd.h"
+#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/lock.h"
 #include "libunix/runtime/log.h"
@@ -19,7 +20,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace plex {
@@ -64,18 +64,10 @@ void handle(int signo, sighandler func, const char *failure, int status) {
     }
 }
 
-// Without them the lock, the endpoint or the link would be a command's input or output, and what is
-// said on standard error would go to the host.
-void needstandardfds() {
-    int fd = 0;
-    do {
-        fd = open("/dev/null", O_RDWR);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    close(fd);
-}
-
 void start(int argc, char **argv) {
-    needstandardfds();
+    // Without them the lock, the endpoint or the link would be a command's input or output, and
+    // what is said on standard error would go to the host.
+    standardfds();
     sigpipe =
         usignal(SIGPIPE, SIG_IGN); // nobody may be reading our log and standard error any more
     relpriv();

@@ -5,13 +5,13 @@
 #include "libunix/host/hostlink.h"
 
 #include "libunix/plumbing/csfd.h"
+#include "libunix/runtime/process.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <poll.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -23,7 +23,8 @@ namespace {
 
 // A daemon that starts refuses for the moment between making its endpoint and listening on it; one
 // that left its endpoint behind refuses for good.
-constexpr int starting = 50; // milliseconds
+constexpr int tries = 50;
+constexpr unsigned pause = 1000; // microseconds between two
 
 bool issocket(int fd) {
     struct stat st = {};
@@ -86,13 +87,13 @@ int hostopen(const char *home) {
     const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + ENDPOINT;
     int link = -1;
     int cause = 0;
-    for (int ms = 0; ms < starting; ms++) {
+    for (int i = 0; i < tries; i++) {
         link = fdserver(path.c_str());
         cause = errno;
         if (link >= 0 || cause != ECONNREFUSED) {
             break;
         }
-        poll(nullptr, 0, 1);
+        delay(pause);
     }
     if (link >= 0 && !issocket(link)) {
         close(link);

@@ -1,4 +1,5 @@
 // A named endpoint in the file system on which each opener gets a private, two-way byte stream.
+// An exec closes every descriptor that is made here.
 #pragma once
 
 namespace plex {

@@ -74,13 +74,16 @@ void takeslave(int fdm, const char *pts_name, const struct termios *slave_termio
     if (dup2(fds, STDERR_FILENO) != STDERR_FILENO) {
         giveup("pty_fork:dup2(STDERR_FILENO)", -8, {fds, 0, 1, 2});
     }
+    if (fds <= STDERR_FILENO) { // one of the three was closed: dup2 to itself changed nothing
+        fcntl(fds, F_SETFD, 0);
+    }
 }
 
 } // namespace
 
 int ptym_open(char *pts_name) {
     stzcpy(pts_name, "/dev/ptmx", PTYNAME);
-    const int fdm = open(pts_name, O_RDWR);
+    const int fdm = open(pts_name, O_RDWR | O_CLOEXEC);
     const char *failed = nullptr;
     int code = 0;
     const char *slave = nullptr;
@@ -111,7 +114,7 @@ int ptym_open(char *pts_name) {
 }
 
 int ptys_open(int fdm, const char *pts_name) {
-    const int fds = open(pts_name, O_RDWR);
+    const int fds = open(pts_name, O_RDWR | O_CLOEXEC);
     if (fds < 0) {
         close(fdm);
         return -5;

@@ -1,5 +1,6 @@
 // Pseudo-terminal pairs, and a child process on one.
 //
+// Master and slave are closed by an exec, the three that the child gets of the slave are not.
 // Failures are reported on standard error as "ROUTINE:CALL: reason" (in a child, the standard error
 // that it was forked with, until its own is in place).
 #pragma once

@@ -54,6 +54,7 @@ FILE *gfopen(const char *filename, const char *type) {
     }
     FILE *stream = fopen(filename, type);
     if (stream != nullptr) {
+        fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
         fopavl--;
     }
     return stream;
@@ -92,7 +93,7 @@ int creattemp(char *path, int attrib) {
         }
         if (tmpfil(path, "tmp", fulpth) != nullptr) {
             memcpy(path, fulpth, strlen(fulpth) + 1);
-            fd = open(path, O_RDWR | O_CREAT | O_EXCL, 0600);
+            fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         } else {
             errno = EEXIST;
         }

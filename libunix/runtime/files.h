@@ -12,7 +12,7 @@ extern int fopavl;
 // Sets fopavl to the soft limit on open files (60 when it cannot be read).
 void gfinit();
 
-// fopen that counts: null without trying when fopavl is below 1.
+// fopen that counts: null without trying when fopavl is below 1. An exec closes the stream.
 FILE *gfopen(const char *filename, const char *type);
 
 // fclose that counts: fclose's result, or -1 for a null stream.
@@ -28,7 +28,7 @@ uint64_t filelength(int fd);
 // Creates and opens a file with a name of its own (mode 0600) in the directory `path`, whose last
 // character is its trailing separator; the full name is copied back into `path`, which must have
 // room for it (the directory and 18 bytes; at most 1025). `attrib` is only logged. Returns the
-// descriptor, or -1 with the cause in errno and in the log.
+// descriptor, which an exec closes, or -1 with the cause in errno and in the log.
 int creattemp(char *path, int attrib);
 
 // Free space for ordinary users on the file system of `path`: in bytes, and in kilobytes (the

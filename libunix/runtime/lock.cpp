@@ -28,7 +28,7 @@ int setlock(int fd, short type) {
 } // namespace
 
 int maklck(const char *filnam) {
-    const int fd = open(filnam, O_RDWR | O_CREAT, 0700);
+    const int fd = open(filnam, O_RDWR | O_CREAT | O_CLOEXEC, 0700);
     if (fd < 0) {
         fprintf(stderr, "maklck:open: %d (%s)\n", errno, strerror(errno));
         return fd;

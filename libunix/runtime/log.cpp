@@ -4,9 +4,6 @@
 
 #include "libunix/runtime/log.h"
 
-#include "libsrc/base/compare.h"
-#include "libunix/runtime/config.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -38,31 +35,13 @@ void writeall(const char *text, size_t len) {
     }
 }
 
-// Room for a label-free dump line: two addresses' worth of text, 16 * 3 + 3 + 16 and a newline.
-constexpr size_t dumpline = 128;
+// A dump line behind its address: three columns for each byte, " : ", one for each, the terminator.
+constexpr size_t dumpline = 4 * linebytes + 4;
 
 } // namespace
 
-void bgnlog(const char *filnam) {
-    const char *target = getoption("BBSLOG");
-    if (target == nullptr) {
-        target = "null";
-    } else if (stricmp(target, "file") == 0) {
-        target = filnam;
-    }
-    if (stricmp(target, "null") == 0) {
-        fp = nullptr;
-    } else if (stricmp(target, "stdout") == 0) {
-        // The program's own output goes the same way, and items bypass the stream: unbuffered, both
-        // come in the order in which they were said.
-        fflush(stdout);
-        setvbuf(stdout, nullptr, _IONBF, 0);
-        fp = stdout;
-    } else if (stricmp(target, "stderr") == 0) {
-        fp = stderr;
-    } else {
-        fp = fopen(target, "w+");
-    }
+void logto(FILE *stream) {
+    fp = stream;
 }
 
 bool logging() {

@@ -1,17 +1,15 @@
 // The process's one diagnostic log.
 //
-// Where it goes is chosen once, by the setting BBSLOG; without that setting there is no log and
-// every writer does nothing. Each item reaches the file with the call that wrote it, so the log is
-// current when the process dies. Nothing is ever reported: a log that cannot be opened is no log.
+// There is none until bgnlog has chosen one, and every writer does nothing then. Each item reaches
+// the file with the call that wrote it, so the log is current when the process dies.
 #pragma once
+
+#include <cstdio>
 
 namespace plex {
 
-// Chooses and opens the log. `filnam` (a path) is the file that BBSLOG=file means. BBSLOG may also
-// be "null", "stdout" (which is unbuffered from then on), "stderr" (in any letter case) or the path
-// of another file. A file is created or emptied. A log opened earlier is left to its owner; call
-// this once.
-void bgnlog(const char *filnam);
+// Writes to `stream` from here on, which stays its owner's; null: there is no log, as at first.
+void logto(FILE *stream);
 
 // Whether there is a log, for a caller whose items are dear to make.
 bool logging();

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -49,6 +50,14 @@ sighandler usignal(int signo, sighandler func) {
     act.sa_handler = func;
     sigemptyset(&act.sa_mask);
     return sigaction(signo, &act, &old) < 0 ? SIG_ERR : old.sa_handler;
+}
+
+void standardfds() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR); // to be kept by an exec, as the others are
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
 }
 
 void ignore_sigpipe() {

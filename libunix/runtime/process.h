@@ -14,6 +14,10 @@ void relpriv();
 // and system calls that it interrupts fail with EINTR. Returns the previous handler, or SIG_ERR.
 sighandler usignal(int signo, sighandler func);
 
+// Opens each of the standard descriptors that is closed, on /dev/null: what is opened later must
+// not become one of them.
+void standardfds();
+
 // Ignores SIGPIPE.
 void ignore_sigpipe();
 
