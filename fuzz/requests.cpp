@@ -2,8 +2,7 @@
 // (terminals with their commands, kills, the endpoint, the exit) is played here. What the bytes ask
 // for is worked out beside it, and compared with whom it killed and what its host was told.
 
-#include "libunix/daemon/child.h"
-#include "libunix/daemon/runcmd.h"
+#include "libunix/daemon/state.h"
 #include "libunix/host/hostlink.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/pty.h"
@@ -35,6 +34,7 @@ jmp_buf over;
 int status;
 int nextpid;
 std::vector<int> killed;
+std::vector<bool> refusals; // whether the commands asked for get no terminal; the first is last
 
 void require(bool holds) {
     if (!holds) {
@@ -108,7 +108,9 @@ int fdserver(const char * /*path*/) {
 int pty_fork(int *ptrfdm, char *slave_name, const struct termios * /*slave_termios*/,
              const struct winsize * /*slave_winsize*/) {
     strcpy(slave_name, "/dev/pts/fuzz");
-    if (refused(srvmsg)) {
+    const bool refuse = refusals.back();
+    refusals.pop_back();
+    if (refuse) {
         return -2;
     }
     *ptrfdm = open("/dev/null", O_RDWR);
@@ -166,6 +168,15 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
     require(send(ends[1], data, size, 0) == static_cast<ssize_t>(size));
     shutdown(ends[1], SHUT_WR);
+    refusals.clear();
+    for (size_t at = size / sizeof(plex::servermsg) * sizeof(plex::servermsg); at > 0;) {
+        plex::servermsg m;
+        at -= sizeof m;
+        memcpy(&m, data + at, sizeof m);
+        if (m.msgtyp == plex::MSG_RUN) {
+            refusals.push_back(refused(m));
+        }
+    }
     killed.clear();
     nextpid = firstpid;
     char name[] = "vosterd";

@@ -1,6 +1,7 @@
 // System calls that fail: what becomes of the daemon, what its host is told, what is reported.
 
-#include "libunix/daemon/child.h"
+#include "libunix/daemon/endings.h"
+#include "libunix/daemon/state.h"
 #include "libunix/runtime/files.h"
 #include "libunix/runtime/lock.h"
 #include "libunix/runtime/process.h"

@@ -1,7 +1,6 @@
 // A host's side of the link, against a peer that says whatever the test wants.
 
 #include "libunix/host/hostlink.h"
-#include "libunix/daemon/child.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/svr4fd.h"
 #include "tests/support.h"

@@ -1,6 +1,5 @@
 // plexrun as people use it: from a script, with files and pipes, and on a terminal.
 
-#include "libunix/daemon/child.h"
 #include "libunix/daemon/wire.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/prsstr.h"

@@ -9,6 +9,9 @@
 #include "libunix/daemon/runcmd.h"
 
 #include "libunix/daemon/child.h"
+#include "libunix/daemon/endings.h"
+#include "libunix/daemon/state.h"
+#include "libunix/daemon/wire.h"
 #include "libunix/plumbing/prsstr.h"
 #include "libunix/plumbing/pty.h"
 #include "libunix/plumbing/svr4fd.h"
@@ -21,17 +24,7 @@
 
 namespace plex {
 
-struct termios mytermios;
-struct winsize mywinsize;
-sighandler sigpipe = SIG_DFL;
-
 namespace {
-
-// A command line may fill its field without a terminator; the zero behind the record ends it then.
-struct {
-    servermsg msg;
-    char zero;
-} request;
 
 [[noreturn]] void becomecommand(char *cmdstg, sigset_t oldmask) {
     usignal(SIGTERM, SIG_DFL);
@@ -47,8 +40,6 @@ struct {
 }
 
 } // namespace
-
-servermsg &srvmsg = request.msg;
 
 int runcmd(int usrnum, char *cmdstg) {
     int ptymfd = -1;
@@ -74,7 +65,7 @@ int runcmd(int usrnum, char *cmdstg) {
     }
     add_child(usrnum, pid, ptymfd);
     unblock_signal(launchmask);
-    message = {srvmsg.usrnum, MSG_STARTED, 0};
+    message = {usrnum, MSG_STARTED, 0};
     tellhost(&message, sizeof message);
     send_fd(bbsfd, ptymfd);
     unblock_signal(oldmask);

@@ -6,9 +6,11 @@
 
 #include "libsrc/base/text.h"
 #include "libunix/console/trm.h"
-#include "libunix/daemon/child.h"
+#include "libunix/daemon/endings.h"
 #include "libunix/daemon/runcmd.h"
+#include "libunix/daemon/state.h"
 #include "libunix/daemon/template.h"
+#include "libunix/daemon/wire.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/config.h"
@@ -24,6 +26,13 @@
 
 namespace plex {
 namespace {
+
+// The request being served. A command line may fill its field without a terminator; the zero behind
+// the record ends it then.
+struct {
+    servermsg msg;
+    char zero;
+} srvmsg;
 
 [[noreturn]] void refuse(const char *why, int status) {
     fputs(why, stderr);
@@ -93,24 +102,25 @@ void start(int argc, char **argv) {
     }
 }
 
-void dispatch() {
-    auto *cmdstg = reinterpret_cast<char *>(srvmsg.cmdstg);
-    switch (srvmsg.msgtyp) {
+void dispatch(servermsg &request) {
+    const int usrnum = request.usrnum;
+    auto *cmdstg = reinterpret_cast<char *>(request.cmdstg);
+    switch (request.msgtyp) {
     case MSG_RUN:
         if (debug != 0) {
-            inform("Running [%s] for %d\n", cmdstg, srvmsg.usrnum);
+            inform("Running [%s] for %d\n", cmdstg, usrnum);
         }
-        runcmd(srvmsg.usrnum, cmdstg);
+        runcmd(usrnum, cmdstg);
         break;
     case MSG_KILL:
         if (debug != 0) {
-            inform("BBS request to kill %d\n", srvmsg.usrnum);
+            inform("BBS request to kill %d\n", usrnum);
         }
-        killcmd(srvmsg.usrnum);
+        killcmd(usrnum);
         break;
     default:
         if (debug != 0) {
-            inform("Unknown message type: %d\n", srvmsg.msgtyp);
+            inform("Unknown message type: %d\n", request.msgtyp);
         }
     }
 }
@@ -119,9 +129,9 @@ void dispatch() {
     for (;;) {
         errno =
             0; // a short record is judged by errno: what is told must not be an old interruption
-        const ssize_t n = read(bbsfd, &srvmsg, sizeof srvmsg);
-        if (n == static_cast<ssize_t>(sizeof srvmsg)) {
-            dispatch();
+        const ssize_t n = read(bbsfd, &srvmsg.msg, sizeof srvmsg.msg);
+        if (n == static_cast<ssize_t>(sizeof srvmsg.msg)) {
+            dispatch(srvmsg.msg);
             continue;
         }
         // A host that closes with answers unread resets the connection: it is gone all the same.
