@@ -3,6 +3,7 @@
 
 #include "libsrc/common/msgfile.h"
 #include "fuzz/survive.h"
+#include "libsrc/catastro/catastro.h"
 #include "libsrc/common/lingo.h"
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 
 #include "libsrc/base/compare.h"
 #include "libsrc/base/dates.h"
+#include "libsrc/base/fatal.h"
 #include "libsrc/base/text.h"
 #include "libsrc/catastro/catastro.h"
 #include "libsrc/catastro/explode.h"

@@ -1,5 +1,6 @@
 // Message files: read from files made here byte by byte, and made and shown by plexmsg.
 
+#include "libsrc/catastro/catastro.h"
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/msgfile.h"
 #include "tests/common.h"

@@ -7,7 +7,6 @@
 #include "libsrc/base/text.h"
 #include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
-#include "libsrc/common/msgfile.h"
 #include "libunix/common/bytord.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/log.h"

@@ -1,12 +1,14 @@
-// The last resort: a condition that a routine cannot recover from ends the program here. The
-// message goes to the log, into a pop-up on the screen, and with date and time to the end of
-// "CATASTRO.TXT" in the working directory; then the console is given back and the program ends: by
-// SIGQUIT, for a core image, unless `nocore` is set, else with status 90. A catastrophe while one
-// is being handled ends it at once with status 80.
+// The last resort: a condition that a routine cannot recover from ends the program here, by the
+// calls of fatal.h. The message goes to the log, into a pop-up on the screen, and with date and
+// time to the end of "CATASTRO.TXT" in the working directory; then the console is given back and
+// the program ends: by SIGQUIT, for a core image, unless `nocore` is set, else with status 90. A
+// catastrophe while one is being handled ends it at once with status 80.
 //
 // It works with any console method and with none chosen yet (the screen is then one that nobody
 // sees).
 #pragma once
+
+#include "libsrc/base/fatal.h"
 
 #include <csetjmp>
 
@@ -16,13 +18,6 @@ extern int catact;                         // catastrophes entered; 1 while one 
 extern int nocore;                         // non-zero: no core image
 extern void (*catrpt)(const char *filnam); // called with the report's name once it is written
 extern jmp_buf disaster;                   // where a program that recovers would go on
-
-// Reports the message, formatted as printf does and cut at 1023 bytes. Where it is shown and
-// written it is used as a format again, without arguments: "%%" becomes "%".
-[[noreturn]] void catastro(const char *string, ...) __attribute__((format(printf, 1, 2)));
-
-// The same for exhausted memory: waits for a key, and takes no core of state into the report.
-[[noreturn]] void memcata();
 
 // The way out: ends the program, with the pop-up shown first if nothing has been shown yet.
 [[noreturn]] void cataexit();
@@ -39,5 +34,10 @@ void catachk();        // what becomes of the program; ours ends it. Where it re
 const char *catfix1(); // names the program's state, for the report; ours is empty
 void rptphs();         // called while the report is open; does nothing
 void clsisam();        // closes the record files that are open; we have none
+
+// The hook of the message reader, defined there: where the program was in its messages,
+// "MSG:file/number" in mfbuff, a long path without its beginning; mfbuff unchanged, empty at first,
+// when no file is current.
+char *catfix2();
 
 } // namespace plex

@@ -1,7 +1,7 @@
 #include "libsrc/common/lingo.h"
 
+#include "libsrc/base/fatal.h"
 #include "libsrc/base/text.h"
-#include "libsrc/catastro/catastro.h"
 #include "libsrc/common/memory.h"
 #include "libsrc/common/tfscan.h"
 

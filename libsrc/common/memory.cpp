@@ -1,6 +1,6 @@
 #include "libsrc/common/memory.h"
 
-#include "libsrc/catastro/catastro.h"
+#include "libsrc/base/fatal.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -4,8 +4,8 @@
 
 #include "libsrc/common/msgfile.h"
 
+#include "libsrc/base/fatal.h"
 #include "libsrc/base/text.h"
-#include "libsrc/catastro/catastro.h"
 #include "libsrc/common/lingo.h"
 #include "libsrc/common/memory.h"
 #include "libunix/common/bytord.h"

@@ -45,7 +45,7 @@ extern int starit;       // 1 when the message positioned at last was cut to the
 extern int rlingo;       // the language whose text that was
 extern int mslidx;       // its index in the file
 extern int badlang;      // set when a file's languages do not agree with the table; never cleared
-extern char mfbuff[30];  // the text of catfix2
+extern char mfbuff[30];  // the text of catfix2, a hook of the fatal-error path
 
 extern msgblk *mbstk[10]; // the blocks in use, the latest first
 extern msgblk *curmbk;    // the one that messages come from
@@ -78,10 +78,5 @@ void setmbk(msgblk *mb);
 
 // Takes the current block off the stack.
 void rstmbk();
-
-// Where the program was in its messages, for the report of a fatal error: "MSG:file/number" in
-// mfbuff, a long path without its beginning; mfbuff unchanged, empty at first, when no file is
-// current.
-char *catfix2();
 
 } // namespace plex

@@ -1,7 +1,7 @@
 #include "libsrc/common/tfscan.h"
 
+#include "libsrc/base/fatal.h"
 #include "libsrc/base/text.h"
-#include "libsrc/catastro/catastro.h"
 
 #include <cstring>
 

@@ -2,7 +2,7 @@
 
 #include "libunix/plumbing/svr4shm.h"
 
-#include "libsrc/catastro/catastro.h"
+#include "libsrc/base/fatal.h"
 #include "libunix/runtime/log.h"
 
 #include <cerrno>
