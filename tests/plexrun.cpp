@@ -1,11 +1,11 @@
 // plexrun as people use it: from a script, with files and pipes, and on a terminal.
 
 #include "libunix/daemon/wire.h"
+#include "libunix/host/cmdline.h"
 #include "libunix/plumbing/csfd.h"
 #include "libunix/plumbing/prsstr.h"
 #include "libunix/plumbing/svr4fd.h"
 #include "tests/support.h"
-#include "tools/cmdline.h"
 
 #include <csignal>
 #include <cstring>

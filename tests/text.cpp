@@ -4,9 +4,9 @@
 #include "libsrc/base/compare.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/memory.h"
+#include "libunix/common/tiles.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
-#include "libunix/runtime/tiles.h"
 #include "tests/support.h"
 
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "tools/owndaemon.h"
 
+#include "libunix/host/cmdline.h"
 #include "libunix/host/hostlink.h"
-#include "tools/cmdline.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,8 +1,8 @@
 // plexrun: a host with one user, the person at this terminal. Runs a command through vosterd.
 
+#include "libunix/host/cmdline.h"
 #include "libunix/host/hostlink.h"
 #include "libunix/runtime/process.h"
-#include "tools/cmdline.h"
 #include "tools/owndaemon.h"
 #include "tools/relay.h"
 #include "tools/stub.h"

@@ -18,7 +18,6 @@ namespace plex {
 namespace {
 
 constexpr char quote = '"';
-constexpr int maxargs = 49;   // words of a command
 constexpr int maxpasses = 41; // a word with more misplaced quotes than that is left as it is
 
 char *buf; // where tokstr resumes
@@ -178,10 +177,10 @@ int dospawn(char *cmdstg) {
         fprintf(stderr, "dospwn: Invalid cmdstg [%s].\n", cmdstg);
         return -1;
     }
-    std::array<char *, maxargs + 1> argv; // the words and a null
+    std::array<char *, MAXWORDS + 1> argv; // the words and a null
     int argc = 0;
     for (char *word = cmdstg; word != nullptr; word = tokstr(nullptr)) {
-        if (argc == maxargs) {
+        if (argc == MAXWORDS) {
             fputs("dospwn: Too many arguments.\n", stderr);
             return -1;
         }

@@ -10,9 +10,12 @@
 
 namespace plex {
 
+// As many words as a command may have.
+constexpr int MAXWORDS = 49;
+
 // Replaces the process with the command `cmdstg`. Returns only on failure, after one line on
-// standard error ("dospwn: ..."): -1 for a null or invalid string or more than 49 words, else what
-// execv returned. SIGINT, SIGQUIT and SIGHUP are set to their defaults before the execution.
+// standard error ("dospwn: ..."): -1 for a null or invalid string or more than MAXWORDS words, else
+// what execv returned. SIGINT, SIGQUIT and SIGHUP are set to their defaults before the execution.
 int dospawn(char *cmdstg);
 
 // The next word: of `str`, or with null of the string begun last. Null when there is none. The

@@ -1,6 +1,6 @@
-#include "libunix/runtime/tiles.h"
+#include "libunix/common/tiles.h"
 
-#include "libsrc/catastro/catastro.h"
+#include "libsrc/base/fatal.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,6 +1,7 @@
-#include "tools/cmdline.h"
+#include "libunix/host/cmdline.h"
 
 #include "libunix/daemon/wire.h"
+#include "libunix/plumbing/prsstr.h"
 
 #include <cctype>
 #include <cerrno>
@@ -10,8 +11,6 @@
 
 namespace plex {
 namespace {
-
-constexpr size_t maxwords = 49; // as many as a command may have
 
 // Adds an argument as a word: escaped quotes are no quotes to the splitting, which drops the
 // backslashes in the end; a pair of quotes around the whole keeps blanks, or nothing at all,
@@ -82,8 +81,8 @@ std::string findprogram(const std::string &name) {
 
 std::string makeline(const std::vector<std::string> &args, std::string &line) {
     line.clear();
-    if (args.size() > maxwords) {
-        return "more than " + std::to_string(maxwords) + " words";
+    if (args.size() > MAXWORDS) {
+        return "more than " + std::to_string(MAXWORDS) + " words";
     }
     for (const std::string &arg : args) {
         if (arg.find('\\') != std::string::npos) {
