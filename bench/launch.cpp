@@ -214,8 +214,7 @@ void memory() {
         close(fd);
     }
     plex::stopdaemon(own);
-    printf("resident memory: idle %ld kB, with %d commands %ld kB: %ld bytes for each\n", idle,
-           running, full, (full - idle) * 1024 / running);
+    printf("resident memory: idle %ld kB, with %d commands %ld kB\n", idle, running, full);
 }
 
 // One way of launching, over all rounds.

@@ -1,5 +1,5 @@
 // A singly linked list: the table is short, walks start with the command most likely meant, and a
-// record costs less memory than a hash of it would.
+// record, 32 bytes of the heap, costs less memory than a hash of it would.
 
 #include "libunix/daemon/child.h"
 

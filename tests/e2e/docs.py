@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Holds the documents against the tree:  docs.py SOURCE BUILD
 
-Every source file is on the map, everything the map names exists; every public routine stands under a
-comment; every command that the README shows runs; every page that a document points to is there;
-every failure is told with a test that exists, or why it has none; the man pages have no errors.
+Every source file is on the map, everything the map and its flows name exists; every public routine
+stands under a comment; every command that the README shows runs; every page that a document points
+to is there; every failure is told with a test that exists, or why it has none; the man pages have no errors.
 """
 import glob
 import os
@@ -61,6 +61,17 @@ def check_map():
     for path in files("libunix", "libsrc", "tools", "tests", "bench", "fuzz", "scripts"):
         if path not in known and not any(path.startswith(d + "/") for d in covered):
             fault(f"docs/architecture.md does not name {path}")
+
+
+# Each step of a flow is a function that is defined in its file.
+def check_flows():
+    steps = re.findall(r"`([\w/]+\.(?:cpp|h)):(\w+)`", read("docs/architecture.md"))
+    if not steps:
+        fault("docs/architecture.md: no flows")
+    for path, name in steps:
+        text = read(path) if os.path.exists(os.path.join(source, path)) else ""
+        if not re.search(rf"^[^\s/#].*\b{name}\(.*[^;]$", text, re.M):
+            fault(f"docs/architecture.md: {path} has no {name}")
 
 
 # A declaration's contract is the comment above it, or above the group of lines it stands in, or
@@ -149,6 +160,7 @@ def check_manuals():
 
 
 check_map()
+check_flows()
 check_contracts()
 check_readme()
 check_links()
