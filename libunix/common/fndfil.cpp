@@ -118,10 +118,10 @@ int filstr(const char *filnam, fndblk *fbptr) {
         return -1;
     }
     const bool dir = S_ISDIR(st.st_mode);
-    if (dir && fbptr->rattr != dirattr) {
+    if (dir && fbptr->rattr != DIRATTR) {
         return -1;
     }
-    fbptr->attr = dir ? dirattr : 0;
+    fbptr->attr = dir ? DIRATTR : 0;
     stzcpy(fbptr->name, filnam, sizeof fbptr->name);
     fbptr->size = static_cast<int>(st.st_size < INT_MAX ? st.st_size : INT_MAX);
     const tm *when = localtime(&st.st_mtime);

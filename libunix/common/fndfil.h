@@ -8,18 +8,18 @@
 
 namespace plex {
 
-constexpr uint8_t dirattr = 16; // the attribute of a directory
+constexpr uint8_t DIRATTR = 16; // the attribute of a directory
 
 struct fndblk {
     char junk[21];     // reserved
-    uint8_t attr;      // what was found: 0 a file, dirattr a directory
+    uint8_t attr;      // what was found: 0 a file, DIRATTR a directory
     uint16_t time;     // when it was last modified, local time, packed (libsrc/base/dates.h)
     uint16_t date;     //
     int size;          // its size in bytes, the largest int when that is larger
     char filspc[256];  // the pattern
     char dirnam[1024]; // the directory searched
     char name[256];    // the name of what was found, without the directory
-    uint8_t rattr; // what is wanted: dirattr for files and directories, any other value for files
+    uint8_t rattr; // what is wanted: DIRATTR for files and directories, any other value for files
     DIR *dirp;     // the directory, open inside a call only
     int64_t pos;   // where in it the next call goes on
 };
