@@ -1,6 +1,6 @@
 // Whatever ends: a command by itself, a command at the host's request, the daemon. All three drop
-// records of the table, and a handler that came between would drop one twice; so each holds the
-// others off.
+// records of the table. The main flow holds the handlers off while it does; clean-up holds reaping
+// off and never goes back to a reaping that it interrupts.
 
 #include "libunix/daemon/endings.h"
 
