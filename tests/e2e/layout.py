@@ -2,7 +2,8 @@
 """Looks where the daemon's code lies, once it is linked:  layout.py VOSTERD
 
 The linker script goes by the names of the C library's members, and a name that is there no more
-places nothing, in silence. So what a launch runs and writes to has to lie in the launch's sections.
+places nothing, in silence. So what a launch runs and writes to, and what start-up runs, has to lie
+in the sections made for it.
 """
 import re
 import subprocess
@@ -11,6 +12,7 @@ import sys
 CODE = """_Fork close closefrom dup2 execv geteuid getuid grantpt ioctl malloc open64 ptsname_r read send
           sendmsg setsid sigaction sigprocmask tcsetattr unlockpt waitpid
           plex::runcmd plex::pty_fork plex::dospawn plex::send_fd plex::process_signal"""
+START = "plex::bgnlog plex::getcfg plex::lsnsoc plex::maklck plex::opntrm plex::stricmp accept4 fopen"
 DATA = "plex::children plex::srvmsg plex::buf"
 
 
@@ -28,7 +30,7 @@ symbols = {}
 for line in output("nm", "-C", sys.argv[1]).splitlines():
     at, _, name = line.partition(" ")
     symbols[re.sub(r"\(anonymous namespace\)::|\(.*", "", name[2:])] = int(at or "0", 16)
-strays = [name for names, where in ((CODE, ".text.launch"), (DATA, ".bss.launch"))
+strays = [name for names, where in ((CODE, ".text.launch"), (START, ".text.start"), (DATA, ".bss.launch"))
           for name in names.split() if symbols.get(name) not in section(where)]
-print("outside the launch's sections:" if strays else "the layout holds", *strays)
+print("outside their sections:" if strays else "the layout holds", *strays)
 sys.exit(bool(strays))
