@@ -60,12 +60,14 @@ int faults;
 
 struct Command {
     enum Kind { exits, lives, writes } kind;
-    int code;         // for one that exits
-    int master = -1;  // -1 once it hung up
-    pid_t pid = 0;    // as it says itself
-    std::string said; // its first line, until that is whole
-    size_t bytes = 0; // behind it
+    int code;              // for one that exits
+    int master = -1;       // -1 once it hung up
+    pid_t pid = 0;         // as it says itself
+    std::string said;      // its first line, until that is whole
+    size_t bytes = 0;      // behind it
+    bool finished = false; // its input was ended
     bool killed = false;
+    bool killserved = false; // the daemon has read the kill request
     bool told = false;
     bool hungup = false;
 };
@@ -74,7 +76,8 @@ struct Account {
     plex::OwnDaemon own;
     std::map<int, Command> commands; // by user number; each has its own
     int next = 1;
-    size_t told = 0, killed = 0;
+    size_t told = 0, untold = 0; // untold: killed, and forgotten by the daemon
+    std::vector<int> killsent;   // the users whose kill requests may be unread
 };
 
 std::string slurp(const std::string &path) {
@@ -130,15 +133,21 @@ void notice(Account &acc, const clientmsg &m) {
         return;
     }
     Command &c = found->second;
-    if (c.told || c.killed) {
+    if (c.told) {
         fault("user %d is told of again", m.usrnum);
+        return;
     }
-    if (c.kind != Command::lives && m.message != c.code << 8) {
+    // A command may end by itself before its kill request is read: the notice was on its way then.
+    if (c.killserved || (c.kind == Command::lives && !c.finished)) {
+        fault("user %d was killed, and is told of", m.usrnum);
+    }
+    if (m.message != c.code << 8) {
         fault("user %d ended with 0x%x, not %d", m.usrnum, static_cast<unsigned>(m.message),
               c.code);
     }
     c.told = true;
     acc.told++;
+    acc.untold -= c.killed ? 1 : 0;
 }
 
 void output(Command &c) {
@@ -224,6 +233,10 @@ Command &run(Account &acc, Command::Kind kind, int code) {
     if (m.usrnum != usrnum || m.msgtyp != plex::MSG_STARTED) {
         fault("user %d is answered with %d, %d", usrnum, m.usrnum, m.msgtyp);
     }
+    for (const int killed : acc.killsent) { // requests are served in order: these were read before
+        acc.commands[killed].killserved = true;
+    }
+    acc.killsent.clear();
     Command &c = acc.commands[usrnum];
     c.kind = kind;
     c.code = kind == Command::exits ? code : 0;
@@ -238,6 +251,7 @@ void finish(Command &c) {
     if (c.master >= 0 && write(c.master, "\x01", 1) != 1) { // the end of its input
         fault("cannot write to a command that lives");
     }
+    c.finished = true;
 }
 
 void kill(Account &acc, int usrnum, Command &c) {
@@ -247,7 +261,8 @@ void kill(Account &acc, int usrnum, Command &c) {
             giveup("cannot ask for a kill");
         }
         c.killed = true;
-        acc.killed++;
+        acc.killsent.push_back(usrnum);
+        acc.untold++;
     }
 }
 
@@ -327,10 +342,10 @@ void settle(Account &acc) {
         }
     }
     printf("  %zu asked, %zu told, %zu killed, %zu wait for a signal\n", acc.commands.size(),
-           acc.told, acc.killed, pids.size());
+           acc.told, acc.untold, pids.size());
     until(acc, "signals do not bring the notices", [&] {
         ::kill(acc.own.pid, SIGCHLD);
-        return children(acc.own.pid).empty() && acc.told + acc.killed == acc.commands.size();
+        return children(acc.own.pid).empty() && acc.told + acc.untold == acc.commands.size();
     });
 }
 
