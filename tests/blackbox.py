@@ -1,0 +1,239 @@
+"""What the suites from outside share: programs that never outlive their test, terminals, a daemon with the test as
+its host. The host is the one that docs/protocol.md gives to everybody."""
+import contextlib
+import ctypes
+import fcntl
+import io
+import os
+import re
+import select
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import termios
+import time
+import types
+import unittest
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+BUILD = os.environ.get("BUILD_DIR", f"{SOURCE}/build")
+PATIENCE = 10  # seconds that nothing takes; a test that waits as long has failed
+PR_SET_PDEATHSIG, PR_SET_CHILD_SUBREAPER = 1, 36
+TIOCGPTN = 0x80045430  # the number of a master's terminal
+libc = ctypes.CDLL(None)
+
+
+def slurp(path):
+    with contextlib.suppress(OSError), open(path, encoding="latin-1", newline="") as f:
+        return f.read()
+    return ""
+
+
+def spew(path, text, mode=0o644):
+    with open(path, "w", encoding="latin-1", newline="") as f:
+        f.write(text)
+    os.chmod(path, mode)
+
+
+def block(kind):
+    """A block of docs/protocol.md"""
+    return re.search(rf"^```{kind}\n(.*?)^```", slurp(f"{SOURCE}/docs/protocol.md"), re.S | re.M)[1]
+
+
+protocol = types.ModuleType("protocol")
+exec(block("python"), protocol.__dict__)  # pylint: disable=exec-used
+RUN, KILL, STARTED, FAILED, ENDED = (getattr(protocol, n) for n in "RUN KILL STARTED FAILED ENDED".split())
+
+
+def children(pid):
+    """The children of a process, ended ones included"""
+    return [int(child) for child in slurp(f"/proc/{pid}/task/{pid}/children").split()]
+
+
+def stat(pid):
+    """What the kernel says of a process from its state on; the state of one that is gone is "-" """
+    return slurp(f"/proc/{pid}/stat").rpartition(") ")[2].split() or ["-"]
+
+
+def status(pid, field):
+    return re.search(rf"^{field}:\t(.*)", slurp(f"/proc/{pid}/status") + f"\n{field}:\t", re.M)[1]
+
+
+def descriptors(pid):
+    """What a process has open, by number"""
+    found = {}
+    with contextlib.suppress(OSError):
+        for fd in os.listdir(f"/proc/{pid}/fd"):
+            found[int(fd)] = os.readlink(f"/proc/{pid}/fd/{fd}")
+    return found
+
+
+def readable(fd, seconds=PATIENCE):
+    poll = select.poll()  # descriptors may be beyond what select can name
+    poll.register(fd, select.POLLIN)
+    return bool(poll.poll(max(seconds, 0) * 1000))
+
+
+def tied():
+    """In a new process: it ends with the test, however that ends"""
+    libc.prctl(PR_SET_PDEATHSIG, signal.SIGKILL)
+
+
+class Terminal(io.FileIO):
+    """A terminal's master"""
+
+    def __init__(self, fd):
+        super().__init__(fd, "r+")
+        self.rest = ""  # what came and was not asked for
+
+    def more(self):
+        """Reads on; false when it hung up"""
+        assert readable(self), f"nothing came behind {self.rest[-2000:]!r}"
+        try:
+            text = os.read(self.fileno(), 65536).decode("latin-1")
+        except OSError:
+            text = ""
+        self.rest += text
+        return text != ""
+
+    def drain(self):
+        while self.more():
+            pass
+        text, self.rest = self.rest, ""
+        return text
+
+    def expect(self, text):
+        """All up to and with the text"""
+        while text not in self.rest:
+            assert self.more(), f"the end came, not {text!r}, behind {self.rest[-2000:]!r}"
+        before, _, self.rest = self.rest.partition(text)
+        return before + text
+
+    def type(self, keys, shown=""):
+        os.write(self.fileno(), keys.encode("latin-1"))
+        while len(self.rest) < len(shown) and self.more():
+            pass
+        got, self.rest = self.rest[:len(shown)], self.rest[len(shown):]
+        assert got == shown, f"typed {keys!r}: got {got!r}, not {shown!r}"
+
+    def path(self):
+        """The terminal's own side"""
+        return f"/dev/pts/{int.from_bytes(fcntl.ioctl(self, TIOCGPTN, bytes(4)), sys.byteorder)}"
+
+    def size(self, *new):
+        """Rows, columns and pixels, perhaps new ones"""
+        request, room = (termios.TIOCSWINSZ, new) if new else (termios.TIOCGWINSZ, (0, 0, 0, 0))
+        return struct.unpack("4H", fcntl.ioctl(self, request, struct.pack("4H", *room)))
+
+
+class Suite(unittest.TestCase):
+    """Each test has a home of its own; whatever it started, and what that started, ends with it"""
+
+    def setUp(self):
+        libc.prctl(PR_SET_CHILD_SUBREAPER, 1)
+        self.home = tempfile.mkdtemp(prefix="plextest.")
+        self.addCleanup(shutil.rmtree, self.home, True)
+        os.chdir(self.home)
+        self.addCleanup(os.chdir, "/")
+        self.addCleanup(self.endall)
+
+    def endall(self):
+        while mine := children(os.getpid()):
+            for pid in mine:
+                with contextlib.suppress(OSError):
+                    os.kill(pid, signal.SIGKILL)
+                    os.waitpid(pid, 0)
+
+    def eventually(self, done, what="it does not happen"):
+        end = time.monotonic() + PATIENCE
+        while not done():
+            self.assertLess(time.monotonic(), end, what() if callable(what) else what)
+            time.sleep(0.001)
+
+    def environment(self, more):
+        """The environment with more; None takes a name away"""
+        whole = {k: v for k, v in os.environ.items() if not k.startswith("BBS")} | dict(more)
+        return {k: v for k, v in whole.items() if v is not None}
+
+
+class DaemonSuite(Suite):
+    file = f"{BUILD}/vosterd"
+
+    def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
+        spew("cfg", f"HOME={self.home}\n{cfg}")
+        own = {"BBSCONFIG": f"{self.home}/cfg", "HOME": "/nowhere"}
+        with open("stderr", "w", encoding="ascii") as err:
+            self.daemon = subprocess.Popen(  # pylint: disable=consider-using-with
+                [file or self.file, *args], env=self.environment(own | dict(env)),
+                **{"stdin": subprocess.DEVNULL, "stdout": err, "stderr": err} | more,
+                preexec_fn=lambda: (tied(), setup and setup()))
+
+    def begin(self, *args, **more):
+        self.start(*args, **more)
+        self.host = protocol.Host(self.home)
+        self.host.link.settimeout(PATIENCE)
+
+    def wait(self):
+        """The daemon's status, and what it said"""
+        self.daemon.wait(PATIENCE)
+        return self.daemon.returncode, slurp("stderr")
+
+    def finish(self, code=0, err="", stuck=False):
+        """Closes the link and expects an orderly end; stuck: but for the lock. No command may stay."""
+        self.host.link.close()
+        self.assertEqual(self.wait(), (code, err))
+        self.assertEqual((os.path.exists("vosterd.pid"), os.path.exists("vosterd.socket")), (stuck, False))
+        self.eventually(lambda: all(stat(c)[0] in "Z-" for c in children(os.getpid())), lambda: f"left: {children(os.getpid())}")
+
+    def record(self, *want):
+        self.assertEqual(self.host.record(), want)
+
+    def started(self, user):
+        self.record(user, STARTED, 0)
+        return Terminal(self.host.master())
+
+    def run_(self, user, line):
+        self.host.request(RUN, user, line.encode("latin-1"))
+        return self.started(user)
+
+    def output(self, user, line, message=0):
+        """All that a command writes until its end, which is to be told as said"""
+        return self.over(self.run_(user, line), user, ENDED, message)
+
+    def over(self, terminal, *record):
+        """What a terminal shows until it hangs up; then comes the record, if one is given"""
+        text = terminal.drain()
+        terminal.close()
+        if record:
+            self.record(*record)
+        return text
+
+    def kill(self, user):
+        self.host.request(KILL, user)
+
+    def signal(self, signo):
+        os.kill(self.daemon.pid, signo)
+
+    def commands(self):
+        return children(self.daemon.pid)
+
+    def running(self):
+        return [c for c in self.commands() if stat(c)[0] not in "Z-"]
+
+    def endtogether(self, terminals, keys):
+        """Lets all commands that run end while the daemon cannot look"""
+        self.assertEqual(len(self.commands()), len(terminals))
+        self.signal(signal.SIGSTOP)
+        self.eventually(lambda: stat(self.daemon.pid)[0] == "T")
+        for terminal in terminals:
+            terminal.type(keys)
+        self.eventually(lambda: not self.running(), lambda: f"run on: {self.running()}")
+        self.signal(signal.SIGCONT)
+
+
+def main():
+    unittest.main(verbosity=2, warnings="ignore")

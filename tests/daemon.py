@@ -1,0 +1,580 @@
+#!/usr/bin/env python3
+"""A real daemon and everything that a host can see of it:  daemon.py [CLASS[.TEST]]..."""
+import contextlib
+import errno
+import os
+import pty
+import re
+import resource
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import termios
+import tty
+import unittest
+
+from blackbox import (BUILD, ENDED, FAILED, PATIENCE, RUN, STARTED, DaemonSuite, Terminal, block, descriptors,
+                      main, protocol, readable, slurp, spew, stat, status)
+
+NOBODY = 65534
+
+
+class Commands(DaemonSuite):
+    def testHowTheyEnd(self):
+        self.begin()
+        whole = "/bin/echo " + 1014 * "x"  # fills its field without a terminator
+        user = -5
+        for line, text, message in (
+                ('/bin/echo "a b" c', "a b c\r\n", 0),
+                ('/bin/sh -c "exit 7"', "", 7 << 8),
+                ('/bin/sh -c "kill -9 $$"', "", 9),
+                ('/bin/sh -c "ulimit -c 0; kill -QUIT $$"', "", 3),
+                ("/no/such -x", "dospwn: execv failed: (2) No such file or directory\r\n", 255 << 8),
+                ("", "dospwn: Invalid cmdstg [].\r\n", 255 << 8),
+                (whole, whole[10:] + "\r\n", 0)):
+            with self.subTest(line):
+                self.assertEqual(self.output(user, line, message), text)
+            user += 1000000
+        self.finish()
+
+    def testTerminal(self):
+        self.begin()
+        cat = self.run_(1, "/bin/cat")
+        flags, speed = [0x2502, 5, 0x4BD, 0x823B], termios.B9600
+        chars = bytes.fromhex("031c08150100010011131a00120f1716ff") + bytes(15)
+        want = [*flags, speed, speed, [bytes([c]) for c in chars]]
+        self.assertEqual(termios.tcgetattr(cat), want)  # already when it arrives
+        self.assertEqual(cat.size(), (24, 80, 100, 100))
+        # And as people see it: ^A ends the input, ^C interrupts. What is typed before the command has opened its
+        # terminal counts, by these settings.
+        cat.type("hi\n\x01", "hi\r\nhi\r\n")
+        self.assertEqual(self.over(cat, 1, ENDED, 0), "")
+        cat = self.run_(2, "/bin/cat")
+        cat.size(50, 132, 0, 0)  # nor is a new size undone
+        cat.type("x\n", "x\r\nx\r\n")
+        self.assertEqual((termios.tcgetattr(cat), cat.size()), (want, (50, 132, 0, 0)))
+        cat.type("\x03", "^C")
+        self.assertEqual(self.over(cat, 2, ENDED, signal.SIGINT), "")
+        self.finish()
+
+    def testTerminalLikeStandardInput(self):
+        master, slave = pty.openpty()
+        tty.setraw(slave)
+        like = termios.tcgetattr(slave)
+        like[1], like[6][termios.VINTR] = termios.OPOST | termios.ONLCR, b"\x55"
+        termios.tcsetattr(slave, termios.TCSANOW, like)
+        Terminal(os.dup(master)).size(50, 132, 7, 8)
+        self.begin(env={"BBSSTDIN": ""}, stdin=slave)  # an empty value counts
+        cat = self.run_(1, "/bin/cat")
+        self.assertEqual((termios.tcgetattr(cat), cat.size()), (termios.tcgetattr(slave), (50, 132, 7, 8)))
+        self.finish()
+
+    def testTerminalLikeNone(self):
+        self.begin(cfg="BBSSTDIN=1\n")
+        cat = self.run_(1, "/bin/cat")
+        flags = termios.tcgetattr(cat)
+        self.assertEqual((flags[:2], flags[3], cat.size()), ([0, 0], 0, (0, 0, 0, 0)))
+        why = "Inappropriate ioctl for device\n"
+        self.finish(err=f"tcgetattr: {why}ioctl(TIOCGWINSZ): {why}")
+
+    def clean(self, user):
+        """A command has its terminal, a session of its own, no signal blocked or ignored, and nothing else"""
+        cat = self.run_(user, "/bin/cat")
+        cat.type("x\n", "x\r\nx\r\n")
+        pid = self.commands()[-1]
+        self.assertEqual(descriptors(pid), dict.fromkeys(range(3), cat.path()))
+        self.assertEqual(stat(pid)[2:6], [str(n) for n in (pid, pid, os.stat(cat.path()).st_rdev, pid)])
+        self.assertEqual([int(status(pid, f"Sig{what}"), 16) for what in ("Blk", "Ign", "Cgt")], [0, 0, 0])
+        cat.type("\x01")
+        self.assertEqual(self.over(cat, user, ENDED, 0), "")
+
+    def testInheritTheirTerminalOnly(self):
+        def ignore():  # but SIGPIPE, what was ignored before the daemon started is not for commands
+            for signo in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP):
+                signal.signal(signo, signal.SIG_IGN)
+        self.begin("-d", env={"BBSLOG": "file", "MINE": "kept"}, setup=ignore)
+        other = self.run_(1, "/bin/cat")  # somebody else's master must not be there either
+        self.clean(2)
+        self.assertEqual(self.output(3, '/bin/sh -c "pwd; echo $MINE"'), f"{self.home}\r\nkept\r\n")
+        other.close()
+        self.finish()
+
+    def testStandardDescriptorsMayBeMissing(self):
+        for closed in ("<&-", ">&-", "2>&-", "<&- >&-", "<&- >&- 2>&-"):
+            for log in ("file", "stderr"):
+                with self.subTest(closed, log=log):
+                    self.begin("-c", f"exec {self.file} -d {closed}", file="/bin/sh", env={"BBSLOG": log})
+                    self.clean(1)
+                    has = descriptors(self.daemon.pid)
+                    self.assertEqual(sorted(has), list(range(6 + (log == "file"))))
+                    for fd, way in enumerate(("<", " >", "2>")):
+                        self.assertTrue(has[fd] == "/dev/null" or way.strip() + "&-" not in closed.split(), has)
+                    self.daemon.send_signal(signal.SIGTERM)
+                    self.assertEqual(self.wait()[0], 115)
+
+    def testNobodyReadsTheLog(self):
+        reader, writer = os.pipe()
+        self.begin("-d", env={"BBSLOG": "stderr"}, stderr=writer)
+        os.close(reader)
+        os.close(writer)
+        self.clean(1)  # its SIGPIPE is not the commands'
+        self.finish()
+
+    def testSetUserId(self):
+        if os.getuid() != 0 or os.statvfs(".").f_flag & os.ST_NOSUID:
+            self.skipTest("only root can make such a program, and not everywhere")
+        shutil.copy(self.file, "suid")
+        os.chmod("suid", 0o4755)
+        os.chown(".", NOBODY, NOBODY)
+        self.begin(file="./suid", user=NOBODY, group=NOBODY, extra_groups=[])
+        for user in (1, 2):
+            cat = self.run_(user, "/bin/cat")
+            cat.type("x\n", "x\r\nx\r\n")
+            self.assertEqual(os.stat(cat.path()).st_uid, NOBODY)
+            self.assertEqual(status(self.daemon.pid, "Uid").split(), [f"{NOBODY}", f"{NOBODY}", "0", f"{NOBODY}"])
+            self.assertEqual(status(self.commands()[-1], "Uid").split(), 4 * [f"{NOBODY}"])
+        self.finish()
+
+    def testInteractiveShell(self):
+        self.begin(env={"PS1": "% ", "TERM": "dumb"})
+        shell = self.run_(1, "/bin/bash --norc --noprofile --noediting -i")
+        shell.type("", "% ")
+        shell.type("echo $((6 * 7))\r", "echo $((6 * 7))\r\n42\r\n% ")
+        shell.type("sleep 1000 & jobs\r")
+        self.assertIn("Running", shell.expect("% "))  # job control
+        shell.type("kill %1; wait %1\r")
+        self.assertIn("Terminated", shell.expect("% "))
+        shell.type("cat\r", "cat\r\n")
+        shell.type("x\r", "x\r\nx\r\n")
+        shell.type("\x03", "^C\r\n% ")
+        shell.type("exit 9\r", "exit 9\r\nexit\r\n")
+        self.assertEqual(self.over(shell, 1, ENDED, 9 << 8), "")
+        self.finish()
+
+    def testFullScreenProgram(self):
+        spew("full.py", "import curses, sys\n"
+                        "def main(w):\n"
+                        "    w.addstr(23, 60, '%d x %d' % w.getmaxyx())\n"
+                        "    sys.exit(w.getch())\n"
+                        "curses.wrapper(main)\n")
+        self.begin(env={"TERM": "xterm", "LINES": None, "COLUMNS": None})
+        program = self.run_(1, "/usr/bin/env python3 full.py")
+        screen = program.expect("24 x 80")
+        self.assertIn("\x1b[?1049h", screen)
+        self.assertIn("\x1b[24;61H", screen)
+        program.type("*")
+        self.assertIn("\x1b[?1049l", self.over(program, 1, ENDED, ord("*") << 8))
+        self.finish()
+
+    def testTenThousandInARow(self):
+        # A sanitizer keeps what was freed; then it would look like growth.
+        self.begin(env={"ASAN_OPTIONS": "quarantine_size_mb=0:thread_local_quarantine_size_kb=0"})
+        idle = 6  # three standard ones, lock, endpoint, link
+        for i in range(10000):
+            if i == 100:
+                before = int(status(self.daemon.pid, "VmRSS").split()[0])
+            self.run_(i, "/bin/true").close()
+            self.record(i, ENDED, 0)
+        self.eventually(lambda: not self.commands() and len(descriptors(self.daemon.pid)) == idle,
+                        lambda: f"{self.commands()} {descriptors(self.daemon.pid)}")
+        self.assertLessEqual(int(status(self.daemon.pid, "VmRSS").split()[0]), before + 128)
+        self.finish()
+
+    def testAThousandAtOnce(self):
+        many = 1000
+        most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+        resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
+        self.begin()
+        cats = [self.run_(i, "/bin/cat") for i in range(many)]
+        for i, cat in enumerate(cats):
+            cat.type(f"{i}\n", f"{i}\r\n{i}\r\n")
+        # All end while the daemon cannot look: one signal is left of theirs, so one notice.
+        self.endtogether(cats, "\x01")
+        self.assertEqual(self.host.record()[1:], (ENDED, 0))
+        cats.append(self.run_(many, "/bin/cat"))  # no second notice stands before this answer
+        self.assertEqual(len(self.commands()), many)
+        self.finish()
+
+
+class Kills(DaemonSuite):
+    def testRules(self):
+        self.begin()
+        self.kill(1)  # nobody's: nothing happens
+        first = self.run_(1, "/bin/sh -c \"trap 'exit 5' TERM; echo up; while :; do read x; done\"")
+        first.type("", "up\r\n")
+        second = self.run_(1, "/bin/cat")
+        self.kill(1)  # the most recent, of whose end nothing is told
+        self.assertEqual(self.over(second), "")
+        self.eventually(lambda: len(self.commands()) == 1)
+        first.type("\n", "\r\n")  # it still runs
+        # SIGTERM goes to the process alone: the child that it waits for stays.
+        third = self.run_(2, "/bin/sh -c \"trap '' HUP; sleep 1000 & echo $!; wait\"")
+        grandchild = int(third.expect("\r\n"))
+        self.kill(2)
+        self.eventually(lambda: len(self.commands()) == 1)
+        self.eventually(lambda: stat(grandchild)[0] == "S", lambda: f"{stat(grandchild)}")
+        os.kill(grandchild, signal.SIGKILL)
+        self.kill(1)
+        self.assertEqual(self.over(first), "")
+        self.assertEqual(self.output(9, "/bin/echo x"), "x\r\n")  # no notice of the killed came in between
+        self.finish()
+
+    def testThatOvertakesItsCommand(self):
+        # SIGTERM may reach the new process before it executes its command.
+        self.begin()
+        bystander = self.run_(1, "/bin/cat")
+        for _ in range(300):
+            self.host.request(RUN, 2, b"/bin/sleep 1000")
+            self.kill(2)
+            self.started(2).close()
+        # Merged signals leave some of them unreaped, but none of them running.
+        self.eventually(lambda: len(self.running()) == 1)
+        bystander.type("x\n", "x\r\nx\r\n")
+        self.finish()
+
+
+class Link(DaemonSuite):
+    def testTheDocumentsExample(self):
+        if sys.byteorder != "little":
+            self.skipTest("the example is of a little-endian machine")
+        self.begin()
+        link, request, masters = self.host.link, b"", []
+        for line in block("hex").splitlines():
+            mark, _, rest = line.partition(" ")
+            pieces = [piece.partition("*") for piece in rest.split()] if mark != "#" else []
+            data = b"".join(int(n or 1) * bytes.fromhex(byte) for byte, _, n in pieces if byte != "+")
+            if line.endswith(" +"):
+                byte, fds, _, _ = socket.recv_fds(link, 2, 2)  # room for more than is to come
+                self.assertEqual((byte, len(fds)), (data, 1), line)
+                masters += map(Terminal, fds)
+            elif mark == "<":
+                self.assertEqual(link.recv(12, socket.MSG_WAITALL), data, line)
+            elif mark == ">":
+                request += data
+                if len(request) == 1032:
+                    link.send(request)
+                    request = b""
+            elif line.endswith("open nothing any more"):
+                masters[-1].drain()  # what was sent before has been read
+                resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE, (6, 64))  # it has 0 to 5
+        resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE, (64, 64))  # a sanitizer's report opens files
+        link.shutdown(socket.SHUT_WR)
+        self.assertEqual((link.recv(12), request, len(masters)), (b"", b"", 3))
+        why = os.strerror(errno.EMFILE)
+        self.finish(err=f"ptym_open:open: {why}\npty_fork:ptym_open: {why}\n")
+
+    def testTheDocumentsHost(self):
+        spew("host.py", block("python"))
+        for line, code, shown in (('/bin/echo "two words" a\\"b', 0, '1| two words a"b\n1: exit code 0\n'),
+                                  ('/bin/sh -c "kill -9 $$"', 1, "1: signal 9\n")):
+            self.start()
+            done = subprocess.run([sys.executable, "host.py", self.home, line], text=True, timeout=PATIENCE,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+            self.assertEqual((done.returncode, done.stdout), (code, shown))
+            self.assertEqual(self.wait(), (0, ""))
+
+    def testOneReapForEachSignal(self):
+        self.begin()
+        both = [self.run_(user, f'/bin/sh -c "read x; exit {user}"') for user in (1, 2)]
+        self.endtogether(both, "\n")
+        # Their signals merged: one is told now, the other with the next command's end, and so on.
+        told = [self.host.record()]
+        for user in (3, 4):
+            self.run_(user, "/bin/true").close()
+            told.append(self.host.record())
+        self.assertEqual(len(self.commands()), 1)
+        self.assertEqual(sorted(told), [(1, ENDED, 256), (2, ENDED, 512), (3, ENDED, 0)])
+        self.finish()
+
+    def testTheHostCloses(self):
+        self.begin()
+        for name in "ab":
+            script = f"trap 'echo bye > {name}; exit' TERM; trap '' HUP; echo up; while :; do read x; done"
+            self.run_(1, f'/bin/sh -c "{script}"').type("", "up\r\n")  # and its master is closed
+        self.finish()
+        self.assertEqual(slurp("a") + slurp("b"), "bye\nbye\n")
+        self.begin()
+        self.host.request(RUN, 1, b"/bin/true")
+        self.assertTrue(readable(self.host))
+        self.finish()  # with the answer unread
+
+    def testSignalsEndIt(self):
+        for signo in (signal.SIGTERM, signal.SIGINT):
+            self.begin()
+            cat = self.run_(1, "/bin/cat")
+            self.signal(signo)
+            self.assertEqual(self.over(cat), "")
+            self.assertEqual(self.host.link.recv(12), b"")
+            self.finish(100 + signo)
+        self.start()  # also while it waits for its host
+        self.eventually(lambda: os.path.exists("vosterd.socket"))
+        self.signal(signal.SIGTERM)
+        self.finish(115)
+
+    def testAHostThatDoesNotRead(self):
+        self.begin()
+        cat = self.run_(1, "/bin/cat")
+        self.host.link.setblocking(False)
+
+        def stuck():  # it sleeps, and not because there is no request
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    self.host.request(RUN, 2, b"/bin/true")
+            return stat(self.daemon.pid)[0] == "S"
+        self.eventually(stuck)
+        self.signal(signal.SIGTERM)
+        self.assertEqual(self.over(cat), "")
+        self.finish(115)
+
+    def testAShortRecordEndsIt(self):
+        self.begin()
+        self.output(1, "/bin/true")  # so that reads have been interrupted before
+        self.host.link.send(b"short")
+        self.assertEqual(self.host.link.recv(12), b"")
+        self.finish(150)
+
+    def testLateOpeners(self):
+        self.begin()
+        late = []
+        for _ in range(6):
+            late.append(socket.socket(socket.AF_UNIX))
+            late[-1].setblocking(False)  # a full queue would say so at once
+            late[-1].connect("vosterd.socket")
+            late[-1].send(protocol.REQUEST.pack(1, RUN, b"/bin/true"))
+        self.assertEqual(self.output(2, "/bin/echo x"), "x\r\n")
+        self.assertFalse(any(readable(link, 0) for link in late))
+        self.assertEqual(os.stat("vosterd.socket").st_mode & 0o777, 0o666)
+        self.finish()
+
+    def testTwoDaemons(self):
+        self.begin()
+        second = subprocess.run([self.file], env=self.environment({"BBSCONFIG": f"{self.home}/cfg"}), timeout=PATIENCE,
+                                capture_output=True, text=True, check=False)
+        self.assertEqual(second.returncode, 1)
+        self.assertEqual(second.stderr, "fcntl: 11 (Resource temporarily unavailable)\nhalvrond is already running.\n")
+        self.assertEqual(slurp("vosterd.pid"), f"{self.daemon.pid:6}\n")
+        self.assertEqual(self.output(2, "/bin/echo x"), "x\r\n")
+        self.finish()
+
+    def testStaleFilesDoNotMatter(self):
+        self.begin()
+        self.signal(signal.SIGKILL)
+        self.assertEqual(self.wait()[0], -9)
+        self.assertTrue(os.path.exists("vosterd.pid") and os.path.exists("vosterd.socket"))
+        self.host.link.close()
+        self.start()
+        self.eventually(lambda: slurp("vosterd.pid") == f"{self.daemon.pid:6}\n")  # the new one listens soon
+        self.host = protocol.Host(self.home)
+        self.assertEqual(self.output(1, "/bin/echo x"), "x\r\n")
+        self.finish()
+
+    def testStartFailures(self):
+        spew("bad.cfg", "HOME=/no/such\n")
+        for env, obstacle, err in (
+                ({"BBSCONFIG": "/no/such"}, None, "Unable to open plexhost.cfg!\n"),
+                ({"BBSCONFIG": "bad.cfg"}, None,
+                 "Unable to change to BBS home directory: /no/such (No such file or directory)\n"),
+                ({}, "vosterd.pid", "maklck:open: 21 (Is a directory)\nhalvrond is already running.\n"),
+                ({}, "vosterd.socket", "creat: Address already in use\nUnable to create listen socket.\n")):
+            if obstacle:
+                os.mkdir(obstacle)
+            self.start(env=env)
+            self.assertEqual(self.wait(), (1, err))
+            if obstacle:
+                os.rmdir(obstacle)
+
+
+class Log(DaemonSuite):
+    def testTellsWhatHappens(self):
+        self.begin("-d", "5", env={"BBSLOG": "file"})
+        self.host.request(7, 1)  # unknown: ignored without an answer
+        self.output(4, '/bin/sh -c "exit 3"', 3 << 8)
+        # Whether there is a core image is the system's business; the signal is told without its mark.
+        core = '/bin/sh -c "ulimit -c 9999; kill -QUIT $$"'
+        self.host.request(RUN, 6, core.encode())
+        terminal = self.started(6)
+        terminal.drain()
+        user, kind, message = self.host.record()
+        self.assertEqual((user, kind, message & 0x7F), (6, ENDED, 3))
+        cat = self.run_(5, "/bin/cat")
+        self.kill(5)
+        self.eventually(lambda: not self.commands())
+        self.finish()
+        cat.close()
+        # Without the numbers that differ from run to run, what the privilege switches say, and the success of a
+        # launch, which the command's end may overtake.
+        log = re.sub("(pid=|fd=|/dev/pts/)[0-9]+", r"\1N", slurp("vosterd.log"))
+        log = re.sub("(getpriv|relpriv): uid=[0-9]+ euid=[0-9]+\n", "", log)
+        self.assertEqual(log.count("COMMAND SUCCESSFUL: ptymfd=N\n"), 3, log)
+        self.assertEqual(log.replace("COMMAND SUCCESSFUL: ptymfd=N\n", ""), f"""\
+Unknown message type: 7
+Running [/bin/sh -c "exit 3"] for 4
+Adding Child: pid=N usrnum=4 [/dev/pts/N]
+Received SIGCHLD.
+pid=N usrnum=4 status=300
+Normal exit. Exit 3.
+Running [{core}] for 6
+Adding Child: pid=N usrnum=6 [/dev/pts/N]
+Received SIGCHLD.
+pid=N usrnum=6 status={message:x}
+Signal exit. Signal 3.
+Running [/bin/cat] for 5
+Adding Child: pid=N usrnum=5 [/dev/pts/N]
+BBS request to kill 5
+Received SIGCHLD.
+Could not find child (pid=N)
+""")
+
+    def testLevels(self):
+        for args, logs in (((), False), (("-d",), True), (("-D",), True), (("-d", "5"), True), (("-d", "0"), False),
+                           (("x", "4"), True), (("x",), False)):
+            with self.subTest(args):
+                self.begin(*args, env={"BBSLOG": "file"})
+                self.assertEqual(self.output(1, "/bin/true"), "")
+                self.finish()
+                self.assertEqual("Running [" in slurp("vosterd.log"), logs)
+        spew("vosterd.log", "")
+        self.begin("-d")  # and no log at all unless it is asked for
+        self.assertEqual(self.output(1, "/bin/true"), "")
+        self.finish()
+        self.assertEqual(slurp("vosterd.log"), "")
+
+    def testSignalsWithoutAnEnd(self):
+        self.begin("-d", env={"BBSLOG": "file"})
+
+        def logged(text):
+            self.eventually(lambda: text in slurp("vosterd.log"), lambda: slurp("vosterd.log"))
+        self.signal(signal.SIGCHLD)
+        logged("Received SIGCHLD.\nwait: No child processes")
+        cat = self.run_(1, "/bin/cat")
+        cat.type("x\n", "x\r\nx\r\n")  # it runs, and a hang-up will end it
+        os.kill(self.commands()[0], signal.SIGSTOP)  # a stop is no end
+        logged("Received SIGCHLD.\nCould not find child (pid=0)\n")
+        self.assertEqual(self.output(2, "/bin/echo x"), "x\r\n")
+        cat.close()
+        self.finish()
+
+
+class Faults(DaemonSuite):
+    """System calls that fail, as the plan in FAULTS says: what becomes of the daemon, what its host is told"""
+    file = f"{BUILD}/tests/vosterd_faults"
+
+    def plan(self, faults, begin=True):
+        (self.begin if begin else self.start)("-d", env={"BBSLOG": "file", "FAULTS": faults})
+
+    def testAtStart(self):
+        endpoint, accept = "Unable to create listen socket.\n", "Unable to accept connection from client.\n"
+        for faults, code, err, log in (
+                ("fcntl:1:37", 1, "fcntl: 37 (No locks available)\nhalvrond is already running.\n", ""),
+                ("sigaction:2:22", 3, "Unable to install SIGCHLD handler.\n", ""),
+                ("sigaction:3:22", 4, "Unable to install SIGTERM handler.\n", ""),
+                ("sigaction:4:22", 5, "Unable to install SIGINT handler.\n", ""),
+                ("socket:1:24", 1, "pipe: Too many open files\n" + endpoint, ""),
+                ("fchmod:1:1", 1, "creat: Operation not permitted\n" + endpoint, ""),
+                ("bind:1:28", 1, "creat: No space left on device\n" + endpoint, ""),
+                ("listen:1:95", 1, "fattach: Operation not supported\n" + endpoint, ""),
+                ("accept:1:24", 2, accept, "I_RECVFD: Too many open files (24)\n"),
+                ("accept:1:4", 2, accept, "I_RECVFD: Interrupted system call (4)\n")):
+            with self.subTest(faults):
+                self.plan(faults, begin=False)
+                self.assertEqual(self.wait(), (code, err))
+                self.assertEqual(slurp("vosterd.log"), log)
+                self.assertTrue(os.path.exists("vosterd.pid"))  # only its end in order removes it
+        os.unlink("vosterd.pid")
+        self.plan("write:1:28")  # a lock without an id in its file is a lock
+        self.assertEqual(self.output(1, "/bin/echo x"), "x\r\n")
+        self.assertEqual(slurp("vosterd.pid"), "")
+        self.finish()
+
+    def deaf(self):
+        return bool(int(status(self.daemon.pid, "SigBlk") or "0", 16) >> (signal.SIGCHLD - 1) & 1)
+
+    def course(self, user, line, count, text):
+        """What the host hears of a command, in as many pieces, and what stood on its terminal"""
+        self.host.request(RUN, user, line.encode())
+        heard, terminal = [], None
+        for _ in range(count):
+            data, fds, _, _ = socket.recv_fds(self.host.link, protocol.RECORD.size, 2)
+            heard.append(protocol.RECORD.unpack(data) if len(data) == 12 and not fds else
+                         "master" if (data, len(fds)) == (b"\0", 1) else (data, fds))
+            terminal = Terminal(fds[0]) if fds else terminal
+        # A terminal that nobody ever opened does not hang up: of none but those that show something the end comes.
+        shown = terminal and (terminal.drain() if text else readable(terminal, 0) and terminal.more() and terminal.rest)
+        return heard, shown or ""
+
+    def testAtALaunch(self):
+        ptym, eintr, eacces, eio = ("pty_fork:ptym_open: ", *(os.strerror(e) + "\n" for e in (4, 13, 5)))
+        refused, master = [(0, FAILED, 0)], "master"
+
+        def told(user, code=0):
+            return [(user, STARTED, 0), master, (user, ENDED, (code & 0xFF) << 8)]
+        usual, lost = (told(1), "x\r\n"), "Could not find child (pid="
+        for faults, (heard, text), err, log in (
+                # No terminal: refused, and from then on no end of a command is told.
+                ("open:1:4", (refused, ""), f"ptym_open:open: {eintr}{ptym}{eintr}", ""),
+                ("grantpt:1:13", (refused, ""), f"ptym_open:grantpt: {eacces}{ptym}{eacces}", ""),
+                ("unlockpt:1:5", (refused, ""), f"ptym_open:unlockpt: {eio}{ptym}{eio}", ""),
+                ("ptsname:1:5", (refused, ""), f"ptym_open:ptsname: {eio}{ptym}{eio}", ""),
+                ("fork:1:4", (refused, ""), f"pty_fork:fork(): {eintr}", "COMMAND FAILED!\n"),
+                # Started, but its terminal cannot be set up: it ends, and that is told.
+                ("setsid:1:13", (told(1, -1), ""), f"pty_fork:setsid(): {eacces}", ""),
+                ("open:2:4", (told(1, -2), ""), f"pty_fork:ptys_open: {eintr}", ""),
+                # By the parent, through the master, and where that fails by the child.
+                ("tcsetattr:1:5 tcsetattr:2:5", (told(1, -4), ""), f"pty_fork:tcsetattr: {eio}", ""),
+                ("ioctl:1:5 ioctl:2:5", (told(1, -5), ""), f"pty_fork:ioctl(TIOCSWINSZ): {eio}", ""),
+                ("tcsetattr:1:5", usual, "", ""),
+                ("ioctl:1:5", usual, "", ""),
+                ("dup2:1:5", (told(1, -6), ""), f"pty_fork:dup2(STDIN_FILENO): {eio}", ""),
+                ("dup2:2:5", (told(1, -7), ""), f"pty_fork:dup2(STDOUT_FILENO): {eio}", ""),
+                ("dup2:3:4", (told(1, -8), ""), f"pty_fork:dup2(STDERR_FILENO): {eintr}", ""),
+                # Nobody looks at these: the launch goes on.
+                ("sigaction:5:22", usual, "", ""),
+                ("send:1:11", (told(1)[1:], "x\r\n"), "", ""),
+                ("sendmsg:1:109", (told(1)[::2], ""), "",
+                 "I_SENDFD: Too many references: cannot splice (109)\n"),
+                ("send:2:105", (told(1)[:2], "x\r\n"), "", ""),
+                ("malloc:1:12", (told(1)[:2], "x\r\n"), "", lost),  # not in the table
+                # Interrupted: repeated.
+                ("read:1:4", usual, "", "")):
+            with self.subTest(faults):
+                self.plan(faults)
+                deaf = heard == refused
+                self.assertEqual(self.course(1, "/bin/echo x", len(heard), text), (heard, text))
+                self.eventually(lambda: self.deaf() == deaf)
+                # Three standard ones, log, lock, endpoint, link; a fork that failed leaves a master.
+                has = 7 + faults.startswith(("fork", "malloc"))
+                self.eventually(lambda: len(descriptors(self.daemon.pid)) == has,
+                                lambda: f"{descriptors(self.daemon.pid)}")
+                self.eventually(lambda: deaf or not self.commands())  # signals of two ends would merge
+                on = told(2)[:2] if deaf else told(2)
+                self.assertEqual(self.course(2, "/bin/echo on", len(on), "on\r\n"), (on, "on\r\n"))
+                self.finish(err=err)
+                self.assertIn(log, slurp("vosterd.log"))
+
+    def testOfTheRequestLoop(self):
+        for faults, code in (("read:1:5", 150 + errno.EIO), ("read:1:104", 0)):
+            self.plan(faults)
+            self.assertEqual(self.host.link.recv(12), b"")
+            self.finish(code)
+
+    def testOfTheShutDown(self):
+        self.plan("kill:1:1 fcntl:2:37")
+        killed = self.run_(1, "/bin/cat")
+        self.kill(1)  # fails, but the command is dropped
+        cat = self.run_(2, "/bin/cat")
+        killed.close()
+        self.finish(err="fcntl: 37 (No locks available)\n", stuck=True)
+        self.assertEqual(self.over(cat), "")
+
+    def testOfAKillThatEndingOvertakes(self):
+        self.plan("kill:1:-15")
+        cat = self.run_(1, "/bin/cat")
+        self.kill(1)
+        self.finish(115)  # and no command stays
+        cat.close()
+
+
+if __name__ == "__main__":
+    main()

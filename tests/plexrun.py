@@ -1,0 +1,205 @@
+#!/usr/bin/env python3
+"""plexrun as people use it: from a script, with files and pipes, and on a terminal:  plexrun.py [CLASS[.TEST]]..."""
+import os
+import pty
+import random
+import signal
+import socket
+import subprocess
+import termios
+
+from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable,
+                      slurp, spew, tied)
+
+PLEXRUN = f"{BUILD}/plexrun"
+
+
+class PlexrunSuite(DaemonSuite):
+    def setUp(self):
+        super().setUp()
+        os.mkdir("tmp")  # what plexrun makes for itself goes below, and must not stay
+        self.addCleanup(self.eventually, lambda: not os.listdir("tmp"), "plexrun left something behind")
+
+    def environment(self, more):
+        return super().environment({"TMPDIR": f"{self.home}/tmp", "PATH": "/usr/local/bin:/usr/bin:/bin"} | more)
+
+    def popen(self, *args, env=(), **more):
+        pipes = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        return subprocess.Popen(args, env=self.environment(dict(env)), preexec_fn=tied, **pipes | more)
+
+    def ended(self, program):
+        """The status of a program, its output and what it said"""
+        out, err = program.communicate(timeout=PATIENCE)
+        return program.returncode, out.decode("latin-1"), err.decode("latin-1")
+
+    def plexrun(self, *args, text="", env=()):
+        spew("input", text)
+        with open("input", encoding="ascii") as file:
+            return self.ended(self.popen(PLEXRUN, *args, env=env, stdin=file))
+
+
+class Plexrun(PlexrunSuite):
+    def testStatuses(self):
+        spew("odd", "\x01\x02", 0o755)
+        usage, home, long = "see plexrun --help", self.home, 1025 * "x"
+        for args, code, said in (  # by the command, or else by plexrun
+                (("sh", "-c", "exit 7"), 7, ""),
+                (("--", "sh", "-c", "kill -TERM $$"), 128 + 15, ""),
+                (("echo", 'a "b" ', "", "'"), 0, "a \"b\"   '\r\n"),
+                (("-c", '/bin/echo abc"def ghi"'), 0, "abcdef ghi\r\n"),
+                (("-c", "/none"), 255, "dospwn: execv failed: (2) No such file or directory\r\n"),
+                (("-u", "-5", "pwd"), 0, f"{home}\r\n"),
+                (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\r\n0\r\n"),
+                ((), 120, f"plexrun: no command ({usage})\n"),
+                (("-u", "3000000000"), 120, "plexrun: -u wants a number of 32 bits, not '3000000000'\n"),
+                (("-u", "5x", "ls"), 120, "plexrun: -u wants a number of 32 bits, not '5x'\n"),
+                (("-c",), 120, f"plexrun: -c wants an argument ({usage})\n"),
+                (("-c", "/bin/ls", "x"), 120, "plexrun: -c has the whole command; 'x' is too much\n"),
+                (("-x",), 120, f"plexrun: unknown option '-x' ({usage})\n"),
+                (("ls", "a\\b"), 121, "plexrun: no command line can carry the backslash in 'a\\b'\n"),
+                (("-c", long), 121, "plexrun: longer than 1024 bytes\n"),
+                (("-H", ".", "ls"), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
+                # How long a line is depends on plexrun's own paths but with a daemon that runs.
+                (("-H", ".", *49 * ["x/"]), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
+                (("-H", ".", *50 * ["x/"]), 121, "plexrun: more than 49 words\n"),
+                (("-H", ".", "/bin/echo", long[:1014]), 122,
+                 "plexrun: no daemon runs in . (No such file or directory)\n"),
+                (("-H", ".", "/bin/echo", long[:1015]), 121, "plexrun: longer than 1024 bytes\n"),
+                (("./odd",), 126, f"plexrun: cannot execute {home}/./odd: Exec format error\r\n"),
+                (("./tmp",), 126, "plexrun: ./tmp: Permission denied\n"),
+                (("./none",), 127, "plexrun: ./none: command not found\n"),
+                (("none",), 127, "plexrun: none: command not found\n")):
+            with self.subTest(args):
+                got = self.plexrun(*args, env={"BBSCONFIG": "x"})
+                self.assertEqual((got[0], got[1] + got[2]), (code, said))
+        code, shown, _ = self.plexrun("--help")
+        self.assertEqual((code, shown[:14]), (0, "usage: plexrun"))
+        self.assertEqual(self.plexrun("ls", env={"TMPDIR": "/none"})[0], 125)
+        code, _, said = self.plexrun("-v", "-u", "7", "true", env={"BBSSTDIN": ""})
+        self.assertIn("tcgetattr", said)  # the template is to come from standard input
+        for told in ("reply: usrnum 7, msgtyp -1, message 0x0000\n", "descriptor: the master of /dev/pts/",
+                     "notice: usrnum 7, msgtyp -3, message 0x0000 (exit code 0)\n"):
+            self.assertIn(told, said)
+
+    def testArgumentsArriveAsTheyAre(self):
+        dice = random.Random(7)
+        for _ in range(20):
+            args = ["".join(dice.choices('ab"" \t\n\'', k=dice.randrange(6))) for _ in range(45)]
+            got = self.plexrun("sh", "-c", "printf '%s|' \"$@\" >copy", "sh", *args)
+            self.assertEqual(got, (0, "", ""))
+            self.assertEqual(slurp("copy"), "|".join(args) + "|")
+
+    def testInputFromAFile(self):
+        lines = "".join(n * "x" + "\n" for n in (0, 3999, 4000, 4001, 4094, 4095, 4096, 8000, 8001, 70000))
+        for script, text, copy in (("cat >copy", "", ""),
+                                   ("cat >copy", "one\ntwo", "one\ntwo"),
+                                   ("cat >copy", lines + "end", lines + "end"),  # longer than a terminal's lines
+                                   ("cat >copy; cat >>copy", "one\n", "one\n")):
+            with self.subTest(script, text=text[:10]):
+                self.assertEqual(self.plexrun("sh", "-c", script, text=text)[::2], (0, ""))
+                self.assertTrue(slurp("copy") == copy, slurp("copy")[:80])
+
+    def testOutputIsComplete(self):
+        self.assertTrue(self.plexrun("seq", "20000")[1] == "".join(f"{i}\r\n" for i in range(1, 20001)))
+        # What the command leaves in the background holds its terminal open, and cannot hold us.
+        code, out, _ = self.plexrun("sh", "-c", "trap '' HUP; sleep 60 & echo $!")
+        self.assertEqual((code, out[-2:]), (0, "\r\n"))
+        os.kill(int(out), signal.SIGKILL)
+        self.assertEqual(self.plexrun("sh", "-c", "exec <&- >&- 2>&-; sleep 0.1; exit 3")[0], 3)
+        for script, code, out in (('"$0" yes | head -1', 0, "y\r\n"), ('exec "$0" seq 9 >/dev/full', 125, "")):
+            self.assertEqual(self.ended(self.popen("sh", "-c", script, PLEXRUN))[:2], (code, out))
+
+    def testDaemonsThatMisbehave(self):
+        for kind, passed, code in ((None, None, 124), (FAILED, None, 123), (STARTED, None, 124), (STARTED, 1, 124),
+                                   (STARTED, 2, 124)):
+            with self.subTest(kind, passed=passed):
+                listening = socket.socket(socket.AF_UNIX)
+                listening.settimeout(PATIENCE)
+                listening.bind("vosterd.socket")
+                listening.listen()
+                program = self.popen(PLEXRUN, "-H", ".", "ls")
+                link = listening.accept()[0]
+                self.assertEqual(link.recv(1032, socket.MSG_WAITALL)[8:9], b"/")
+                if kind:
+                    link.send(protocol.RECORD.pack(0, kind, 0))
+                master, slave = pty.openpty()
+                if passed:  # of more descriptors than are to come in a byte only the first is kept
+                    reader, writer = os.pipe()
+                    socket.send_fds(link, [b"\0"], [master, writer][:passed])
+                    os.close(writer)
+                    self.assertTrue(readable(reader), "plexrun kept a descriptor that is not its")
+                elif kind == STARTED:
+                    link.send(b"xx")
+                for fd in (link.detach(), listening.detach(), master, slave):
+                    os.close(fd)
+                self.assertEqual(self.ended(program)[0], code)
+                os.unlink("vosterd.socket")
+
+    def testADaemonThatRuns(self):
+        self.start()
+        self.eventually(lambda: os.path.exists("vosterd.socket"))
+        first = self.popen(PLEXRUN, "-H", "..", "sh", "-c", "pwd; sleep 1000", cwd="tmp")
+        self.assertEqual(first.stdout.readline(), f"{self.home}\r\n".encode())
+        self.assertEqual(self.plexrun("-H", ".", "ls")[0], 122)
+        first.send_signal(signal.SIGTERM)
+        self.assertEqual(first.wait(PATIENCE), -signal.SIGTERM)
+        self.assertEqual(self.wait(), (0, ""))
+
+
+class OnTerminal(PlexrunSuite):
+    """plexrun on a terminal whose settings no program would choose"""
+
+    def begin(self, script):  # pylint: disable=arguments-differ
+        self.pid, fd = pty.fork()
+        if self.pid == 0:
+            tied()
+            os.execvpe("bash", ["bash", "-c", f"stty erase '#' rows 30 cols 100; {script}"], self.environment({}))
+        self.terminal = Terminal(fd)
+        self.slave = os.open(self.terminal.path(), os.O_RDWR | os.O_NOCTTY)  # keeps it alive
+
+    def raw(self):
+        flags = termios.tcgetattr(self.terminal)
+        return not flags[1] & termios.OPOST and not flags[3] & (termios.ICANON | termios.ECHO | termios.ISIG)
+
+    def end(self):
+        """The wait status; the settings must be given back"""
+        self.eventually(lambda: os.waitid(os.P_PID, self.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT))
+        flags = termios.tcgetattr(self.slave)
+        self.assertTrue(flags[1] & termios.OPOST and flags[3] & termios.ICANON, flags)
+        self.assertEqual(flags[6][termios.VERASE], b"#")
+        os.close(self.slave)
+        return os.waitpid(self.pid, 0)[1]
+
+    def testSizeKeysAndEveryWayOut(self):
+        for signo in (0, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1):
+            with self.subTest(signo):
+                self.begin(f"exec {PLEXRUN} sh -c \"stty size; trap 'stty size' WINCH; trap 'echo key' INT;"
+                           " echo ready; while :; do read x && exit 4; done\"")
+                self.assertIn("30 100\r\n", self.terminal.expect("ready\r\n"))
+                self.eventually(self.raw)
+                self.terminal.size(40, 90, 0, 0)
+                self.terminal.type("", "40 90\r\n")
+                if signo:
+                    os.kill(self.pid, signo)
+                    self.assertEqual(self.end() & 0x7F, signo)
+                else:
+                    self.terminal.type("\x03")
+                    self.terminal.expect("key\r\n")
+                    self.terminal.type("x\n")
+                    self.assertEqual(self.end(), 4 << 8)
+
+    def testStopsAndContinues(self):
+        spew("inner", "kill -TSTP $1; read x; exit 5\n")
+        spew("job", 'exec "$0" sh inner $$\n')
+        self.begin(f"set -m\nsh -c '. ./job' {PLEXRUN}\n"
+                   "stty -a | grep -o ' icanon'; stty -a | grep -o 'erase = .'\n"
+                   "fg >/dev/null; echo code $?; stty -a | grep -o 'erase = .'\n")
+        self.assertIn(" icanon", self.terminal.expect("erase = #"))
+        self.eventually(self.raw)
+        self.terminal.type("x\n")
+        self.assertIn("code 5", self.terminal.expect("erase = #"))
+        self.assertEqual(self.end(), 0)
+
+
+if __name__ == "__main__":
+    main()
