@@ -164,6 +164,7 @@ class DaemonSuite(Suite):
     file = f"{BUILD}/vosterd"
 
     def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
+        self.endall()  # what a row of a table that failed has left
         spew("cfg", f"HOME={self.home}\n{cfg}")
         own = {"BBSCONFIG": f"{self.home}/cfg", "HOME": "/nowhere"}
         with open("stderr", "w", encoding="ascii") as err:
