@@ -1,25 +1,16 @@
-// System calls that fail on demand. Whatever is linked with this file has its definitions in front
-// of the C library's; calls that the plan does not name pass through. A forked child counts along
-// with its parent; a program that is executed is another one and not affected.
+// System calls that fail on demand. The linker leads the calls of whatever is linked with this file
+// through its wrappers, but not the C library's own; what the plan does not name passes through. A
+// forked child counts along with its parent; a program that is executed is another one and not
+// affected.
 
 #include "tests/faults/calls.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
-#include <sys/shm.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <termios.h>
-#include <unistd.h>
 
 namespace {
 
@@ -51,11 +42,6 @@ bool fails(const char *call) {
     }
 }
 
-// The definition that one of ours stands in front of.
-template <typename F> F *behind(const char *name) {
-    return reinterpret_cast<F *>(dlsym(RTLD_NEXT, name));
-}
-
 } // namespace
 
 void test::fault(const char *plan) {
@@ -74,76 +60,48 @@ void test::fault(const char *plan) {
     }
 }
 
-#define CALL(result, failure, name, parameters, arguments, ...)                                    \
-    result name parameters __VA_ARGS__ {                                                           \
-        static const auto next = behind<result parameters>(#name);                                 \
-        return fails(#name) ? failure : next arguments;                                            \
+// Any call of up to six words: to pass on more than it takes does no harm. Weak: a machine has only
+// some of a call's names, which the headers choose from.
+#define CALL(call, symbol, failure, ...)                                                           \
+    [[gnu::weak]] word __real_##symbol(word, word, word, word, word, word);                        \
+    word __wrap_##symbol(word a, word b, word c, word d, word e, word f) {                         \
+        return __VA_ARGS__ fails(#call) ? failure : __real_##symbol(a, b, c, d, e, f);             \
     }
 
 extern "C" {
 
-CALL(int, -1, accept, (int fd, sockaddr *addr, socklen_t *len), (fd, addr, len))
-CALL(int, -1, bind, (int fd, const sockaddr *addr, socklen_t len), (fd, addr, len), noexcept)
-CALL(int, -1, dup2, (int from, int to), (from, to), noexcept)
-CALL(int, -1, fchmod, (int fd, mode_t mode), (fd, mode), noexcept)
-CALL(pid_t, -1, fork, (), (), noexcept)
-CALL(int, -1, grantpt, (int fd), (fd), noexcept)
-CALL(int, -1, kill, (pid_t pid, int signo), (pid, signo), noexcept)
-CALL(int, -1, listen, (int fd, int backlog), (fd, backlog), noexcept)
-CALL(int, -1, pipe2, (int *fds, int flags), (fds, flags), noexcept)
-CALL(char *, nullptr, ptsname, (int fd), (fd), noexcept)
-CALL(ssize_t, -1, read, (int fd, void *buf, size_t len), (fd, buf, len))
-CALL(ssize_t, -1, send, (int fd, const void *buf, size_t len, int flags), (fd, buf, len, flags))
-CALL(ssize_t, -1, sendmsg, (int fd, const msghdr *msg, int flags), (fd, msg, flags))
-CALL(pid_t, -1, setsid, (), (), noexcept)
-CALL(void *, reinterpret_cast<void *>(-1), shmat, (int id, const void *at, int flags),
-     (id, at, flags), noexcept)
-CALL(int, -1, sigaction, (int signo, const struct sigaction *act, struct sigaction *old),
-     (signo, act, old), noexcept)
-CALL(int, -1, socket, (int family, int type, int protocol), (family, type, protocol), noexcept)
-CALL(int, -1, tcsetattr, (int fd, int action, const termios *t), (fd, action, t), noexcept)
-CALL(int, -1, unlockpt, (int fd), (fd), noexcept)
-CALL(ssize_t, -1, write, (int fd, const void *buf, size_t len), (fd, buf, len))
+using word = long;
 
-int accept4(int fd, sockaddr *addr, socklen_t *len, int flags) {
-    static const auto next = behind<int(int, sockaddr *, socklen_t *, int)>("accept4");
-    return fails("accept") ? -1 : next(fd, addr, len, flags);
-}
-
-pid_t _Fork() noexcept {
-    static const auto next = behind<pid_t()>("_Fork");
-    return fails("fork") ? -1 : next();
-}
-
-// Whatever the headers call these, the widest kind is meant.
-int getrlimit(__rlimit_resource_t resource, rlimit *limit) noexcept {
-    static const auto next = behind<int(__rlimit_resource_t, rlimit *)>("getrlimit64");
-    return fails("getrlimit") ? -1 : next(resource, limit);
-}
-
-int setrlimit(__rlimit_resource_t resource, const rlimit *limit) noexcept {
-    static const auto next = behind<int(__rlimit_resource_t, const rlimit *)>("setrlimit64");
-    return fails("setrlimit") ? -1 : next(resource, limit);
-}
-
-#define CALL3(name, symbol, first, second, counts, ...)                                            \
-    int name(first a, second b, ...) __VA_ARGS__ {                                                 \
-        va_list args;                                                                              \
-        va_start(args, b);                                                                         \
-        void *c = va_arg(args, void *);                                                            \
-        va_end(args);                                                                              \
-        static const auto next = behind<int(first, second, void *)>(symbol);                       \
-        return counts && fails(#name) ? -1 : next(a, b, c);                                        \
-    }
-
-CALL3(fcntl, "fcntl64", int, int, true)
-CALL3(ioctl, "ioctl", int, unsigned long, true, noexcept)
+CALL(accept, accept, -1)
+CALL(accept, accept4, -1)
+CALL(bind, bind, -1)
+CALL(dup2, dup2, -1)
+CALL(fchmod, fchmod, -1)
+CALL(fcntl, fcntl64, -1)
+CALL(fcntl, __fcntl_time64, -1)
+CALL(fork, fork, -1)
+CALL(fork, _Fork, -1)
+CALL(getrlimit, getrlimit64, -1)
+CALL(grantpt, grantpt, -1)
+CALL(ioctl, ioctl, -1)
+CALL(ioctl, __ioctl_time64, -1)
+CALL(kill, kill, -1)
+CALL(listen, listen, -1)
+CALL(malloc, malloc, 0)
 // Terminals only: files fail by themselves where a test wants it.
-CALL3(open, "open64", const char *, int, strncmp(a, "/dev/pt", 7) == 0)
-
-// Wrapped by the linker: in front of the C library's it would serve the loader and sanitizers too.
-void *__real_malloc(size_t size);
-void *__wrap_malloc(size_t size) {
-    return fails("malloc") ? nullptr : __real_malloc(size);
-}
+CALL(open, open64, -1, strncmp(reinterpret_cast<const char *>(a), "/dev/pt", 7) == 0 &&)
+CALL(pipe2, pipe2, -1)
+CALL(ptsname, ptsname, 0)
+CALL(read, read, -1)
+CALL(send, send, -1)
+CALL(sendmsg, sendmsg, -1)
+CALL(sendmsg, __sendmsg64, -1)
+CALL(setrlimit, setrlimit64, -1)
+CALL(setsid, setsid, -1)
+CALL(shmat, shmat, -1)
+CALL(sigaction, sigaction, -1)
+CALL(socket, socket, -1)
+CALL(tcsetattr, tcsetattr, -1)
+CALL(unlockpt, unlockpt, -1)
+CALL(write, write, -1)
 }
