@@ -132,6 +132,7 @@ class Terminal(io.FileIO):
 
 class Suite(unittest.TestCase):
     """Each test has a home of its own; whatever it started, and what that started, ends with it"""
+    limit = 50  # seconds for a whole test; ctest, which leaves the home, has 60
 
     def setUp(self):
         libc.prctl(PR_SET_CHILD_SUBREAPER, 1)
@@ -140,6 +141,12 @@ class Suite(unittest.TestCase):
         os.chdir(self.home)
         self.addCleanup(os.chdir, "/")
         self.addCleanup(self.endall)
+        signal.signal(signal.SIGALRM, self.toolong)
+        signal.alarm(self.limit)
+        self.addCleanup(signal.alarm, 0)
+
+    def toolong(self, *_):
+        self.fail("the test takes too long")
 
     def endall(self):
         while mine := children(os.getpid()):

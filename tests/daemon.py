@@ -170,6 +170,7 @@ class Commands(DaemonSuite):
         self.finish()
 
     def testTenThousandInARow(self):
+        signal.alarm(290)
         # A sanitizer keeps what was freed; then it would look like growth.
         self.begin(env={"ASAN_OPTIONS": "quarantine_size_mb=0:thread_local_quarantine_size_kb=0"})
         idle = 6  # three standard ones, lock, endpoint, link
