@@ -94,10 +94,11 @@ class Commands(DaemonSuite):
         def ignore():  # but SIGPIPE, what was ignored before the daemon started is not for commands
             for signo in (signal.SIGINT, signal.SIGQUIT, signal.SIGHUP):
                 signal.signal(signo, signal.SIG_IGN)
+            os.umask(0o027)
         self.begin("-d", env={"BBSLOG": "file", "MINE": "kept"}, setup=ignore)
         other = self.run_(1, "/bin/cat")  # somebody else's master must not be there either
         self.clean(2)
-        self.assertEqual(self.output(3, '/bin/sh -c "pwd; echo $MINE"'), f"{self.home}\r\nkept\r\n")
+        self.assertEqual(self.output(3, '/bin/sh -c "pwd; echo $MINE; umask"'), f"{self.home}\r\nkept\r\n0027\r\n")
         other.close()
         self.finish()
 
