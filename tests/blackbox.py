@@ -130,23 +130,19 @@ class Terminal(io.FileIO):
         return struct.unpack("4H", fcntl.ioctl(self, request, struct.pack("4H", *room)))
 
 
-class Suite(unittest.TestCase):
+class DaemonSuite(unittest.TestCase):
     """Each test has a home of its own; whatever it started, and what that started, ends with it"""
+    file = f"{BUILD}/vosterd"
     limit = 50  # seconds for a whole test; ctest, which leaves the home, has 60
 
     def setUp(self):
         libc.prctl(PR_SET_CHILD_SUBREAPER, 1)
         self.home = tempfile.mkdtemp(prefix="plextest.")
-        self.addCleanup(shutil.rmtree, self.home, True)
         os.chdir(self.home)
-        self.addCleanup(os.chdir, "/")
-        self.addCleanup(self.endall)
-        signal.signal(signal.SIGALRM, self.toolong)
+        for undo in ((shutil.rmtree, self.home, True), (os.chdir, "/"), (self.endall,), (signal.alarm, 0)):
+            self.addCleanup(*undo)  # the last one first
+        signal.signal(signal.SIGALRM, lambda *_: self.fail("the test takes too long"))
         signal.alarm(self.limit)
-        self.addCleanup(signal.alarm, 0)
-
-    def toolong(self, *_):
-        self.fail("the test takes too long")
 
     def endall(self):
         while mine := children(os.getpid()):
@@ -165,10 +161,6 @@ class Suite(unittest.TestCase):
         """The environment with more; None takes a name away"""
         whole = {k: v for k, v in os.environ.items() if not k.startswith("BBS")} | dict(more)
         return {k: v for k, v in whole.items() if v is not None}
-
-
-class DaemonSuite(Suite):
-    file = f"{BUILD}/vosterd"
 
     def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
         self.endall()  # what a row of a table that failed has left
@@ -195,7 +187,7 @@ class DaemonSuite(Suite):
         self.host.link.close()
         self.assertEqual(self.wait(), (code, err))
         self.assertEqual((os.path.exists("vosterd.pid"), os.path.exists("vosterd.socket")), (stuck, False))
-        self.eventually(lambda: all(stat(c)[0] in "Z-" for c in children(os.getpid())), lambda: f"left: {children(os.getpid())}")
+        self.eventually(lambda: not self.running(os.getpid()), lambda: f"left: {self.running(os.getpid())}")
 
     def record(self, *want):
         self.assertEqual(self.host.record(), want)
@@ -229,8 +221,8 @@ class DaemonSuite(Suite):
     def commands(self):
         return children(self.daemon.pid)
 
-    def running(self):
-        return [c for c in self.commands() if stat(c)[0] not in "Z-"]
+    def running(self, pid=None):
+        return [c for c in children(pid or self.daemon.pid) if stat(c)[0] not in "Z-"]
 
     def endtogether(self, terminals, keys):
         """Lets all commands that run end while the daemon cannot look"""

@@ -366,10 +366,7 @@ class Link(DaemonSuite):
         self.signal(signal.SIGKILL)
         self.assertEqual(self.wait()[0], -9)
         self.assertTrue(os.path.exists("vosterd.pid") and os.path.exists("vosterd.socket"))
-        self.host.link.close()
-        self.start()
-        self.eventually(lambda: slurp("vosterd.pid") == f"{self.daemon.pid:6}\n")  # the new one listens soon
-        self.host = protocol.Host(self.home)
+        self.begin()
         self.assertEqual(self.output(1, "/bin/echo x"), "x\r\n")
         self.finish()
 

@@ -118,6 +118,11 @@ class Faults(DaemonSuite):
         killed.close()
         self.finish(err="fcntl: 37 (No locks available)\n", stuck=True)
         self.assertEqual(self.over(cat), "")
+        os.unlink("vosterd.pid")
+        self.plan("kill:1:-2")  # a second ending half-way changes nothing
+        cat = self.run_(1, "/bin/cat")
+        self.finish()
+        self.assertEqual(self.over(cat), "")
 
     def testOfAKillThatEndingOvertakes(self):
         self.plan("kill:1:-15")
