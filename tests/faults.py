@@ -131,6 +131,16 @@ class Faults(DaemonSuite):
         self.finish(115)  # and no command stays
         cat.close()
 
+    def testOfAnEndDuringTheShutDown(self):
+        self.plan("kill:1:-17")
+        self.endtogether([self.run_(user, "/bin/cat") for user in (1, 2)], "\x01")
+        self.assertEqual(self.host.record()[1:], (ENDED, 0))  # the other one waits for a signal
+        cat = self.run_(3, "/bin/cat")
+        self.host.link.shutdown(socket.SHUT_WR)
+        self.assertEqual(self.host.link.recv(12), b"")  # and then it is too late
+        self.finish()
+        self.assertEqual(self.over(cat), "")
+
 
 if __name__ == "__main__":
     main()
