@@ -7,6 +7,7 @@
 
 #include "libsrc/base/text.h"
 #include "libunix/console/trm.h"
+#include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/log.h"
 #include "libunix/screen/screen.h"
 
@@ -160,8 +161,13 @@ void xupdate(int32_t /*force*/) {
 
 void xbell(int32_t /*pitch*/) {}
 
+unsigned char *segment() {
+    return static_cast<unsigned char *>(opnsshm(imagebytes));
+}
+
 } // namespace
 
 const trmhdl rx11trm = {xopen, xclose, xread, xpress, xupdate, xbell};
+const scrhdl rx11scn = {segment, true, keepcur, keptcur, noshape};
 
 } // namespace plex

@@ -169,7 +169,7 @@ void rendition() {
 
 // Moves to a position, brought back among the scroll rows and into the window.
 void moveto(uint16_t pos) {
-    scrollrows();
+    prep4r();
     dx = pos;
     if (dxrow() < curatr.efftop) {
         dx = position(curatr.efftop, dxcol());

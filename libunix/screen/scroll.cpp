@@ -3,7 +3,6 @@
 
 #include "libunix/screen/scroll.h"
 
-#include "libunix/console/trm.h"
 #include "libunix/screen/registers.h"
 
 #include <array>
@@ -68,7 +67,7 @@ void scroll(int by) {
                 memcpy(iscstt + rowstart(r), iscstt + rowstart(r + by), len);
             }
         }
-        if (keepsflags()) {
+        if (flagsrows()) {
             std::fill(updflg + top, updflg + bottom + 1, 1);
         }
     }
@@ -82,7 +81,7 @@ void docr() {
 }
 
 void donewl() {
-    scrollrows();
+    prep4r();
     int row = dxrow() + 1;
     if (row > curatr.effbot) {
         row = curatr.effbot;
@@ -94,7 +93,7 @@ void donewl() {
 }
 
 void dorevl() {
-    scrollrows();
+    prep4r();
     int row = dxrow();
     if (row != curatr.efftop) {
         row++; // down, deliberately: only at the top is it the reverse of a line feed
@@ -105,7 +104,7 @@ void dorevl() {
 }
 
 void ffeed() {
-    scrollrows();
+    prep4r();
     int row = curatr.efftop;
     do {
         blankrow(row++);
@@ -114,7 +113,7 @@ void ffeed() {
 }
 
 void doback() {
-    scrollrows();
+    prep4r();
     if (dxcol() == curatr.wleft) {
         // Nothing leads out of the window, from above a scroll region either.
         if (dxrow() == curatr.efftop || dxrow() == curatr.wtop) {
@@ -140,15 +139,13 @@ void ceolut() {
 }
 
 void clreol() {
-    supisc();
-    rdcurp();
-    compsi();
+    bgnout();
     ceolut();
 }
 
 void ceoscn() {
     const uint16_t saved = dx;
-    scrollrows();
+    prep4r();
     ceolut();
     int row = dxrow() + 1;
     for (; row <= curatr.effbot; row++) {
