@@ -235,17 +235,6 @@ void supisc() {
     iscstt = curatr.winbuf != nullptr ? curatr.winbuf : image;
 }
 
-void compsi() {
-    // As a number: no pointer arithmetic reaches beyond the buffer.
-    si = address(iscstt, 2 * ((dx >> 8) * scrcols + (dx & 0xFF)));
-}
-
-void prep4r() {
-    const bool off = (curatr.ansflg & ANS_OFF) != 0;
-    curatr.efftop = off ? curatr.wtop : std::max(curatr.wtop, curatr.rgntop);
-    curatr.effbot = off ? curatr.wbottom : std::min(curatr.wbottom, curatr.rgnbot);
-}
-
 const scrhdl ownscreen = {ownimage, true, keepcur, keptcur, noshape};
 
 unsigned char *ownimage() {

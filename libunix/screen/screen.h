@@ -9,6 +9,7 @@
 // then wrcurp(dx): the device's cursor moves once for each piece of output.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -131,10 +132,20 @@ int curcurs();
 void bgnout();
 
 // The steps: the buffer in use from the window (the image is created if there is none yet); si from
-// iscstt and dx. And the rows that scroll (efftop to effbot), from the window and, with
-// interpretation on, the scroll region.
+// iscstt and dx, reckoned as a number: no pointer arithmetic reaches beyond the buffer.
 void supisc();
-void compsi();
-void prep4r();
+inline void compsi() {
+    const int cell = (dx >> 8) * scrcols + (dx & 0xFF);
+    si = reinterpret_cast<unsigned char *>(reinterpret_cast<uintptr_t>(iscstt) +
+                                           2 * static_cast<uintptr_t>(cell));
+}
+
+// The rows that scroll, efftop to effbot: the window's and, with interpretation on, of these the
+// scroll region's.
+inline void prep4r() {
+    const bool off = (curatr.ansflg & ANS_OFF) != 0;
+    curatr.efftop = off ? curatr.wtop : std::max(curatr.wtop, curatr.rgntop);
+    curatr.effbot = off ? curatr.wbottom : std::min(curatr.wbottom, curatr.rgnbot);
+}
 
 } // namespace plex
