@@ -23,6 +23,7 @@
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/console/unxwrecons.h"
+#include "libunix/console/viewlink.h"
 #include "libunix/daemon/wire.h"
 #include "libunix/host/cmdline.h"
 #include "libunix/host/hostlink.h"
