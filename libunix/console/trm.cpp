@@ -1,7 +1,6 @@
 #include "libunix/console/trm.h"
 
 #include "libsrc/base/text.h"
-#include "libunix/console/conscreen.h"
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/log.h"
 

@@ -28,8 +28,9 @@ extern const trmhdl dx11trm;   // DSP_X11
 extern const trmhdl nultrm;    // DSP_NULL
 extern const trmhdl unxwretrm; // DSP_SYSCON
 
-// And what of them lends the screen engine something of its own.
+// What they lend the screen engine; the X and the null console make do with its own, ownscreen.
 extern const scrhdl rx11scn;
+extern const scrhdl unxwrescn;
 
 extern const char *xapnam; // the program's name, as given to opntrm
 extern int32_t lastscan;   // 0 when the last key was a character code entered by digits, else 1

@@ -6,7 +6,7 @@
 
 #include "libunix/screen/screen.h"
 
-#include "libunix/screen/registers.h"
+#include "libunix/screen/display.h"
 
 #include <algorithm>
 
@@ -87,7 +87,7 @@ void giveupown() {
 }
 
 void unfrez() {
-    if (flagsrows()) {
+    if (keepsflags() && updflg != nullptr) {
         updflg[UPD_ALL] = 1;
     }
 }
@@ -211,7 +211,7 @@ void cursiz(int shape) {
         curatr.cursz = 1;
         defcur(13, 14);
     }
-    if (flagsrows()) {
+    if (keepsflags() && updflg != nullptr) {
         updflg[UPD_SHOWN] = curatr.cursz != 0 ? 1 : 0;
     }
 }
