@@ -199,12 +199,15 @@ size_t run(const unsigned char *s, size_t len) {
         return 0;
     }
     const size_t most = std::min(room, len);
+    size_t n = 0;
+    while (n < most && s[n] > ESC) {
+        n++;
+    }
     unsigned char *cell = si;
     const uint8_t attr = curatr.attr;
-    size_t n = 0;
-    for (; n < most && s[n] > ESC; n++) {
-        cell[2 * n] = s[n];
-        cell[2 * n + 1] = attr;
+    for (size_t i = 0; i < n; i++) {
+        cell[2 * i] = s[i];
+        cell[2 * i + 1] = attr;
     }
     if (n != 0) {
         mark(dxrow());
