@@ -76,12 +76,6 @@ inline std::string state(Arena &arena) {
            bytes(dx) + bytes(xcursor) + bytes(si) + bytes(lstctl) + bytes(canscro);
 }
 
-inline void registers() {
-    plex::supisc();
-    plex::rdcurp();
-    plex::compsi();
-}
-
 inline bool agree() {
     const auto cell = static_cast<uintptr_t>((plex::dx >> 8) * 80 + (plex::dx & 0xFF));
     return reinterpret_cast<uintptr_t>(plex::si) ==
@@ -128,7 +122,7 @@ inline std::string violated(const std::string &stream) {
         }
         plex::ansion((setting(0) & 8) != 0 ? 0 : 1);
         plex::locate((plex::curatr.wleft + plex::curatr.wright) / 2, plex::curatr.wtop);
-        registers();
+        plex::bgnout();
         feed();
         plex::wrcurp(plex::dx);
         return state(arena);
@@ -169,7 +163,7 @@ inline std::string violated(const std::string &stream) {
     run(true, [&] {
         for (const char byte : bytes) {
             const auto c = static_cast<unsigned char>(byte);
-            registers();
+            plex::bgnout();
             plex::outbyt(c);
             plex::wrcurp(plex::dx);
         }

@@ -242,6 +242,35 @@ TEST(Segment, IsSharedAndOutlivesItsWriter) {
     EXPECT_LT(shmget(test::segmentkey(), 0, 0), 0);
 }
 
+// What a program of this method, opened after `before`, has in the segment once it has printed.
+std::string shared(const std::function<void()> &before) {
+    const test::Home home;
+    const auto outcome = test::inchild([&] {
+        before();
+        plex::opntrm(plex::DSP_REMOTE, "test");
+        plex::unxprntf("seen");
+        const auto *image = static_cast<unsigned char *>(plex::opncshm(plex::imagebytes));
+        printf("%c%c%c%c %d", image[0], image[2], image[4], image[6],
+               image[plex::cellbytes + plex::UPD_CURCOL]);
+        plex::clstrm();
+        exit(0);
+    });
+    test::removesegment();
+    return outcome.out + outcome.err;
+}
+
+TEST(Methods, TheFirstOutputMakesTheImage) {
+    NEED_OWN_SEGMENTS();
+    test::removesegment();
+    EXPECT_EQ(shared([] {}), "seen 4");
+}
+
+TEST(Methods, AnImageFromBeforeTheMethodIsGivenUp) {
+    NEED_OWN_SEGMENTS();
+    test::removesegment();
+    EXPECT_EQ(shared([] { plex::frzseg(); }), "seen 4");
+}
+
 TEST(Methods, ShowTheSameCells) {
     using namespace std::string_literals;
     NEED_OWN_SEGMENTS();

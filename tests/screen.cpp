@@ -16,6 +16,7 @@
 //   calls CALL...                   what console and video controller were told since the last look
 
 #include "fuzz/properties.h"
+#include "libunix/console/unxwrecons.h"
 #include "tests/support.h"
 
 #include <filesystem>
@@ -39,20 +40,23 @@ uint8_t selected;
 uint8_t crt[16];
 const char *failing; // the step that the system console refuses
 
-const plex::scrdriver controller = {
-    [] { return failing == std::string("open") ? -1 : 99; },
-    [] { return failing == std::string("map") ? 0 : 1; },
-    [](int32_t) -> unsigned char * { return nullptr; },
-    [](uint16_t port, uint8_t value) {
-        if (port == 0x3D4) {
+const plex::condrv controller = [] {
+    plex::condrv c = {}; // the keyboard's part is not asked for
+    c.conopen = [] { return failing == std::string("open") ? -1 : 99; };
+    c.getscrnmap = [](int32_t, unsigned char *) { return failing == std::string("map") ? -1 : 0; };
+    c.isconsole = [](int32_t) { return 0; };
+    c.mapvideo = [](int32_t) -> unsigned char * { return nullptr; };
+    c.portwrite = [](uint16_t port, uint8_t value) {
+        if (port == plex::crtindex) {
             selected = value;
         } else {
             call("%02X=%02X", selected, value);
             crt[selected] = value;
         }
-    },
-    [](uint16_t) { return crt[selected]; },
-};
+    };
+    c.portread = [](uint16_t) { return crt[selected]; };
+    return c;
+}();
 
 } // namespace
 
@@ -92,7 +96,7 @@ const std::map<std::string, void (*)(const Numbers &)> routines = {
     {"unfrez", [](auto &) { plex::unfrez(); }},
     {"belper", [](auto &n) { plex::belper(static_cast<uint16_t>(n[0])); }},
     {"clreol", [](auto &) { plex::clreol(); }},
-    {"dorevl", [](auto &) { test::registers(), plex::dorevl(), plex::wrcurp(plex::dx); }},
+    {"dorevl", [](auto &) { plex::bgnout(), plex::dorevl(), plex::wrcurp(plex::dx); }},
     {"controller",
      [](auto &n) { plex::wrcurp(0), crt[14] = crt[15] = static_cast<uint8_t>(n[0]); }},
 };
@@ -280,6 +284,7 @@ TEST(ScreenImage, OfTheSystemConsole) {
             reset("vga");
             plex::grafbuf = nullptr;
             failing = r.first;
+            plex::condriver = &controller;
             plex::condev = &r == rows ? nullptr : &controller;
             plex::frzseg();
         });

@@ -16,8 +16,6 @@
 namespace plex {
 namespace {
 
-constexpr int32_t enter = 0x0D;
-constexpr int32_t escape = 0x1B;
 constexpr unsigned keypause = 10000; // microseconds between two looks at the keyboard
 
 constexpr char usage[] = "usage: conshow [-n NAME] [FILE.ans...]\n";
@@ -58,7 +56,7 @@ void checksegment() {
     if ((dsptyp & DSP_REMOTE) == 0) {
         return;
     }
-    const auto key = static_cast<key_t>(getuid() + 1);
+    const key_t key = shmkey();
     const int id = shmget(key, imagebytes, IPC_CREAT | 0644);
     void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
     if (id >= 0 && image != reinterpret_cast<void *>(-1)) {
@@ -112,7 +110,7 @@ int32_t nextkey() {
         }
         delay(keypause); // getchc would wait in a busy loop
     }
-    return escape;
+    return CODE_ESC;
 }
 
 // Shows keys until one goes on to the next picture: false when it ends the program instead.
@@ -120,11 +118,11 @@ bool showkeys() {
     showkey(false, 0);
     for (;;) {
         const int32_t key = nextkey();
-        if (stopped != 0 || key == escape) {
+        if (stopped != 0 || key == CODE_ESC) {
             return false;
         }
         showkey(true, key);
-        if (key == enter) {
+        if (key == CODE_ENTER) {
             return true;
         }
         if (key == CODE_F10) {

@@ -35,9 +35,7 @@ void follow() {
 bool playtext(const char *text, size_t len) {
     const void *last = memchr(text, ctrlz, len);
     const char *end = last != nullptr ? static_cast<const char *>(last) : text + len;
-    supisc();
-    rdcurp();
-    compsi();
+    bgnout();
     while (text < end) {
         const size_t n = strnlen(text, static_cast<size_t>(end - text));
         outbuf(reinterpret_cast<const unsigned char *>(text), n);

@@ -21,7 +21,7 @@ void catachk() {
         pupwin(1);
     }
     unxprntf("\n\nUnexpected exit, no recovery method supplied...\n");
-    locate(0, 23);
+    locate(0, exitrow);
     clsisam();
     if (nocore == 0) {
         raise(SIGQUIT);

@@ -34,17 +34,26 @@ constexpr int nested = 80;          // exit status
 constexpr unsigned pause = 3000000; // microseconds to read the message
 constexpr size_t messagesize = 1024;
 
-// The frame: two borders around room for five lines of 61 characters, placed so that the text area
-// is columns 12 to 70, rows 10 to 14.
+// The frame: two borders around room for five lines of 61 characters, and where it stands.
 constexpr int framecols = 67;
 constexpr int framerows = 9;
 constexpr int framex = 7;
 constexpr int framey = 8;
 
+// The text area: that room, less two columns at its left.
+constexpr uint8_t textleft = framex + 5;
+constexpr uint8_t texttop = framey + 2;
+constexpr uint8_t textright = framex + framecols - 4;
+constexpr uint8_t textbottom = framey + framerows - 3;
+
+constexpr uint8_t textattr = 0x4F;   // bright white on red
+constexpr uint8_t noticeattr = 0x4E; // yellow on red
+constexpr uint8_t blinking = 0x80;
+
 constexpr uint16_t border = 0xDE00; // blinking yellow on magenta
-constexpr uint16_t inner = 0x4E00;  // yellow on red
-constexpr uint16_t inside = 0x4F00; // bright white on red
-constexpr uint16_t full = 0xDB;     // block characters of code page 437
+constexpr uint16_t inner = noticeattr << 8;
+constexpr uint16_t inside = textattr << 8;
+constexpr uint16_t full = 0xDB; // block characters of code page 437
 constexpr uint16_t upper = 0xDF;
 constexpr uint16_t lower = 0xDC;
 
@@ -113,10 +122,10 @@ void tellstate() {
     fflush(report);
     rptphs();
     fclose(report);
-    setatr(curatr.attr | 0x80);
+    setatr(curatr.attr | blinking);
     unxprntf("                One moment please...");
     catrpt(REPORT);
-    setatr(curatr.attr & 0x7F);
+    setatr(curatr.attr & static_cast<uint8_t>(~blinking));
     unxprntf("\r%36s\r", "");
     savecursor();
 }
@@ -145,7 +154,7 @@ void memcata() {
     catamsg(0, "There is not enough memory to continue.");
     unxprntf("Please either reduce your memory requirements\n");
     unxprntf("or install more memory, and try again.\n");
-    sstatr(0x4E);
+    sstatr(noticeattr);
     unxprntf("    << Press any key to proceed >>");
     getchc();
     savecursor();
@@ -165,12 +174,12 @@ void dblcat() {
     if (++catact == 1) {
         return;
     }
-    setwin(nullptr, 12, 10, 70, 14, 0);
+    setwin(nullptr, textleft, texttop, textright, textbottom, 0);
     locate(savex, savey);
-    sstatr(0x4E);
+    sstatr(noticeattr);
     unxprntf("\n%9s\x10\x10\x10 YOU SHOULD REBOOT YOUR COMPUTER \x11\x11\x11\n", "");
     cursact(1);
-    locate(0, 23);
+    locate(0, exitrow);
     clsisam();
     exit(nested);
 }
@@ -206,9 +215,9 @@ void pupwin(int blink) {
         }
     }
     explodeto(catawin.data(), 0, 0, framecols - 1, framerows - 1, framex, framey);
-    setwin(nullptr, 12, 10, 70, 14, 0);
-    locate(12, 10);
-    sstatr(0x4F);
+    setwin(nullptr, textleft, texttop, textright, textbottom, 0);
+    locate(textleft, texttop);
+    sstatr(textattr);
 }
 
 void dftrpt(const char * /*filnam*/) {}

@@ -28,6 +28,9 @@ void catamsg(int blink, const char *string); // pop-up, message (cut as catastro
 void pupwin(int blink);                      // the pop-up alone; the window is its inside then
 void dftrpt(const char *filnam);             // what catrpt is at first: does nothing
 
+// The row that the cursor is left on when the program ends, its first column.
+constexpr int exitrow = 23;
+
 // Hooks. Each is a module of its own, so that a program can link another.
 void catachk();        // what becomes of the program; ours ends it. Where it returns, memcata jumps
                        // to `disaster` with 49 and the others with 70

@@ -4,8 +4,8 @@
 
 #include "libsrc/catastro/explode.h"
 
-#include "libunix/console/trm.h"
 #include "libunix/runtime/process.h"
+#include "libunix/screen/display.h"
 #include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"
 

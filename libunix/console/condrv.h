@@ -2,8 +2,8 @@
 // video controller's registers, and the modes that a program must put back.
 //
 // The requests are few and each does one thing, so that a second table of them, in memory, can
-// stand for a machine. The keyboard method and the screen engine go through `condriver` and nothing
-// else. A routine that returns int32_t gives -1 when the machine refuses, with the cause in errno.
+// stand for a machine. The system console goes through `condriver` and nothing else. A routine that
+// returns int32_t gives -1 when the machine refuses, with the cause in errno.
 #pragma once
 
 #include <cstddef>
@@ -46,9 +46,14 @@ struct kd_quemode {
 // The console's mapping from characters to the glyphs of its font.
 constexpr size_t scrnmapsize = 256;
 
-// The video controller: an index register and the register that it selects.
+// The video controller: an index register and the register that it selects; of these, the cursor's
+// first and last scan line and its place.
 constexpr uint16_t crtindex = 0x3D4;
 constexpr uint16_t crtdata = 0x3D5;
+constexpr uint8_t crtstart = 10;
+constexpr uint8_t crtend = 11;
+constexpr uint8_t crthigh = 14;
+constexpr uint8_t crtlow = 15;
 
 struct condrv {
     // Opens the console for the keyboard or for the screen, without delay: a descriptor.

@@ -51,9 +51,6 @@ constexpr size_t registers = 32;
 uint8_t selected;
 std::array<uint8_t, registers> shadow;
 
-constexpr uint8_t cursorstart = 10;
-constexpr uint8_t cursorend = 11;
-
 void outport(uint8_t value, uint16_t port) {
 #if PLEX_PORTS
     outb(value, port);
@@ -80,8 +77,8 @@ void giveback() {
     }
     const int saved = errno;
     if (ports) { // the kernel sets the shape anew only when its own idea of it changes
-        setregister(cursorstart, 13);
-        setregister(cursorend, 14);
+        setregister(crtstart, 13);
+        setregister(crtend, 14);
     }
     ioctl(keyboard, KDSKBMODE, foundmode);
     tcflush(keyboard, TCIFLUSH); // scan codes are nothing to read for who comes next

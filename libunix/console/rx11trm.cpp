@@ -1,12 +1,11 @@
 // The remote console link: the screen image lies in shared memory and a viewer process of the same
-// user shows it; keys come from the viewer over a local stream socket in the working directory.
-//
-// The viewer sends four-byte integers in the machine's order: its process id, then a key code each,
-// at the end perhaps -1. It gets no answer: SIGUSR1 tells it to go. One viewer at a time, and a
+// user shows it; keys come from the viewer over the link of viewlink.h. One viewer at a time, and a
 // newcomer takes the console over. Everything happens within the program's own polls.
 
 #include "libsrc/base/text.h"
 #include "libunix/console/trm.h"
+#include "libunix/console/viewlink.h"
+#include "libunix/plumbing/svr4shm.h"
 #include "libunix/runtime/log.h"
 #include "libunix/screen/screen.h"
 
@@ -25,14 +24,12 @@
 namespace plex {
 namespace {
 
-constexpr char endpoint[] = "plexhost.console";
-constexpr int32_t leaving = -1;      // what a viewer sends in place of a key when it goes
 constexpr int64_t announcems = 1000; // a client that says nothing must not stop the program longer
 
 int32_t syssoc = -1; // listens; -1: closed
 int32_t kbdfd = -1;  // the viewer's connection; -1: none
-int32_t pid = -1;    // what the current or last viewer announced; -1: nothing
-int32_t curchr;      // the last key
+viewword pid = -1;   // what the current or last viewer announced; -1: nothing
+viewword curchr;     // the last key
 int32_t curscn;      // non-zero while it has not been taken
 fd_set crfds;        // syssoc and kbdfd
 
@@ -52,7 +49,7 @@ void clsxcon() {
     }
     // Zero and below would name process groups, our own among them.
     if (pid > 0) {
-        kill(pid, SIGUSR1);
+        kill(pid, viewgo);
     }
 }
 
@@ -63,9 +60,10 @@ int32_t xopen() {
     }
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
-    stzcpy(addr.sun_path, endpoint, sizeof addr.sun_path);
-    constexpr auto len = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + sizeof endpoint);
-    unlink(endpoint);
+    stzcpy(addr.sun_path, viewendpoint, sizeof addr.sun_path);
+    constexpr auto len =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + sizeof viewendpoint);
+    unlink(viewendpoint);
     if (bind(syssoc, reinterpret_cast<const sockaddr *>(&addr), len) < 0) {
         inform("xopen:bind() %s\n", strerror(errno));
         return -1;
@@ -81,7 +79,7 @@ int32_t xclose() {
         FD_CLR(syssoc, &crfds);
         close(syssoc);
         syssoc = -1;
-        unlink(endpoint);
+        unlink(viewendpoint);
     }
     clsxcon();
     return 0;
@@ -131,7 +129,7 @@ int32_t xpress() {
     }
     if (kbdfd >= 0 && FD_ISSET(kbdfd, &rfds)) {
         const ssize_t nread = read(kbdfd, &curchr, sizeof curchr);
-        if (curchr == leaving || nread == 0) {
+        if (curchr == viewleaving || nread == 0) {
             clsxcon();
             return 0;
         }
@@ -160,8 +158,13 @@ void xupdate(int32_t /*force*/) {
 
 void xbell(int32_t /*pitch*/) {}
 
+unsigned char *segment() {
+    return static_cast<unsigned char *>(opnsshm(imagebytes));
+}
+
 } // namespace
 
 const trmhdl rx11trm = {xopen, xclose, xread, xpress, xupdate, xbell};
+const scrhdl rx11scn = {segment, true, keepcur, keptcur, noshape};
 
 } // namespace plex

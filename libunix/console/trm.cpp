@@ -4,6 +4,7 @@
 #include "libunix/runtime/config.h"
 #include "libunix/runtime/log.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -23,15 +24,22 @@ const trmhdl *trm = &nultrm;
 struct method {
     int32_t bit;
     const trmhdl *table;
+    const scrhdl *screen;
 };
 
 // In the order in which their bits are tested: of a combined value the first one is taken.
 constexpr std::array methods = {
-    method{DSP_REMOTE, &rx11trm},
-    method{DSP_X11, &dx11trm},
-    method{DSP_NULL, &nultrm},
-    method{DSP_SYSCON, &unxwretrm},
+    method{DSP_REMOTE, &rx11trm, &rx11scn},
+    method{DSP_X11, &dx11trm, &ownscreen},
+    method{DSP_NULL, &nultrm, &ownscreen},
+    method{DSP_SYSCON, &unxwretrm, &unxwrescn},
 };
+
+const method *chosen(int32_t type) {
+    const auto *m = std::find_if(methods.begin(), methods.end(),
+                                 [type](const method &each) { return (type & each.bit) != 0; });
+    return m != methods.end() ? m : nullptr;
+}
 
 // A window, for the host itself through the viewer.
 int32_t window(const char *name) {
@@ -58,20 +66,24 @@ int32_t choose(const char *name) {
 } // namespace
 
 void inittrm() {
-    for (const method &m : methods) {
-        if ((dsptyp & m.bit) != 0) {
-            trm = m.table;
-            return;
-        }
+    const method *m = chosen(dsptyp);
+    if (m == nullptr) {
+        inform("FATAL ERROR: screen/keyboard method not specified!\n");
+        exit(1);
     }
-    inform("FATAL ERROR: screen/keyboard method not specified!\n");
-    exit(1);
+    trm = m->table;
+}
+
+const scrhdl &screenof(int32_t type) {
+    const method *m = chosen(type);
+    return m != nullptr ? *m->screen : ownscreen;
 }
 
 void opntrm(int32_t type, const char *name) {
     dsptyp = type != 0 ? type : choose(name);
     inittrm();
     xapnam = name;
+    giveupown();
     if (trm->trmopn() == -1) {
         fputs("Display open failed. Exiting.\n", stderr);
         exit(1);

@@ -1,21 +1,17 @@
 // The console of a program: a keyboard to read keys from and an 80 by 25 text screen to show, by
 // one of several methods. opntrm chooses the method once, at start; the entry points below forward
-// to its table. Calling one of them before opntrm is a fault of the caller.
+// to its table, and so do updtrm and trmbel (display.h, with the methods' numbers). Calling one of
+// them before opntrm is a fault of the caller.
 //
 // A key code is the character's code (1 to 255), or for an extended key the PC keyboard's scan code
 // in bits 8 to 15 over a zero byte (F1 0x3B00, Up 0x4800, Alt+A 0x1E00); 0 is no key.
 #pragma once
 
+#include "libunix/screen/display.h"
+
 #include <cstdint>
 
 namespace plex {
-
-// The methods. Single bits: other modules test them as a set.
-constexpr int32_t DSP_REMOTE = 1;     // shared screen, shown by a viewer process
-constexpr int32_t DSP_X11 = 2;        // a window of an X server
-constexpr int32_t DSP_NULL = 8;       // a screen that nobody sees, a keyboard without keys
-constexpr int32_t DSP_SYSCON = 0x100; // the machine's own console
-constexpr int32_t DSP_FLAGS = DSP_REMOTE | DSP_X11; // those that follow the row-changed flags
 
 // What every method supplies.
 struct trmhdl {
@@ -32,7 +28,10 @@ extern const trmhdl dx11trm;   // DSP_X11
 extern const trmhdl nultrm;    // DSP_NULL
 extern const trmhdl unxwretrm; // DSP_SYSCON
 
-extern int32_t dsptyp;     // the method chosen; 0 before opntrm
+// What they lend the screen engine; the X and the null console make do with its own, ownscreen.
+extern const scrhdl rx11scn;
+extern const scrhdl unxwrescn;
+
 extern const char *xapnam; // the program's name, as given to opntrm
 extern int32_t lastscan;   // 0 when the last key was a character code entered by digits, else 1
 
@@ -42,13 +41,11 @@ extern int32_t lastscan;   // 0 when the last key was a character code entered b
 // "Display open failed. Exiting." on standard error, or a line in the log when no method is meant.
 void opntrm(int32_t type, const char *name);
 
-void clstrm();              // closes the method
-int32_t getchc();           // waits for a key
-int32_t getch();            // the same
-int32_t kbhit();            // non-zero when a key is waiting
-void updtrm(int32_t force); // brings the visible console up to date
-void trmbel(int32_t pitch); // sounds the bell
-int32_t lascan();           // lastscan
+void clstrm();    // closes the method
+int32_t getchc(); // waits for a key
+int32_t getch();  // the same
+int32_t kbhit();  // non-zero when a key is waiting
+int32_t lascan(); // lastscan
 
 // Takes the table of the first method bit set in dsptyp; ends the program when there is none.
 void inittrm();

@@ -9,7 +9,6 @@
 
 #include "libunix/console/unxwrecons.h"
 
-#include "libunix/console/condrv.h"
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/process.h"
@@ -26,6 +25,7 @@
 namespace plex {
 
 const condrv *condriver = &linuxcondrv;
+const condrv *condev;
 int32_t kbdfd = -1;
 
 namespace {
@@ -44,8 +44,7 @@ int32_t curchr; // the key that it delivered
 
 std::array<unsigned char, scrnmapsize> scrntab;
 bool mapsaved;
-scrdriver screen; // what the screen engine borrows, also after the close: the image stays
-bool isopen;      // kbdfd keeps its value after the close, when it may be another file's number
+bool isopen; // kbdfd keeps its value after the close, when it may be another file's number
 
 int16_t after(int16_t slot) {
     return static_cast<int16_t>((slot + 1) % ringsize);
@@ -99,9 +98,7 @@ int32_t unxwreopen() {
         fputs("Unable to take control of I/O\n", stderr);
         return -1;
     }
-    screen = {condriver->conopen, getcfnt, condriver->mapvideo, condriver->portwrite,
-              condriver->portread};
-    condev = &screen;
+    condev = condriver;
     return 0;
 }
 

@@ -1,10 +1,16 @@
-// The system console: the machine's own keyboard and text screen (table unxwretrm, trm.h). The
-// screen engine maps the screen; here are the keyboard and what is put back at the end.
+// The system console's keyboard, and what is put back at the end (table unxwretrm, trm.h).
+// conscreen.h is its screen.
 #pragma once
+
+#include "libunix/console/condrv.h"
 
 #include <cstdint>
 
 namespace plex {
+
+// The driver, for the screen, from the first open to the end of the process: the image stays mapped
+// when the console is closed, and the cursor may still be moved. Null before.
+extern const condrv *condev;
 
 extern int32_t kbdfd; // the console, as opened for the keyboard; -1 before the first open
 

@@ -21,8 +21,6 @@
 namespace plex {
 namespace {
 
-constexpr int rowsize = 2 * scrcols;
-
 constexpr unsigned borderwidth = 4; // pixels
 constexpr int cursorheight = 2;     // pixels
 
@@ -79,7 +77,7 @@ struct cell {
 };
 
 cell cellat(int32_t row, int32_t col) {
-    const unsigned char *p = scrbuf + row * rowsize + col * 2;
+    const unsigned char *p = scrbuf + static_cast<size_t>(row) * rowbytes + col * 2;
     return {static_cast<char>(p[0]), p[1] & 15U, p[1] >> 4 & 7U};
 }
 
@@ -235,11 +233,11 @@ int32_t upddsp(int32_t force) {
         return 0;
     }
     for (int32_t row = 0; row < scrrows; row++) {
-        const unsigned char *now = scrbuf + row * rowsize;
-        unsigned char *drawn = tmpbuf.data() + row * rowsize;
-        if (force != 0 || memcmp(now, drawn, rowsize) != 0) {
+        const unsigned char *now = scrbuf + static_cast<size_t>(row) * rowbytes;
+        unsigned char *drawn = tmpbuf.data() + static_cast<size_t>(row) * rowbytes;
+        if (force != 0 || memcmp(now, drawn, rowbytes) != 0) {
             updlin(row);
-            memcpy(drawn, now, rowsize);
+            memcpy(drawn, now, rowbytes);
         }
     }
     return 0;

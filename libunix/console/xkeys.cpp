@@ -16,25 +16,32 @@ namespace {
 
 constexpr unsigned altmask = Mod1Mask | Mod2Mask | Mod3Mask | Mod4Mask;
 
-struct keycode {
+struct symcode {
     KeySym keysym;
     int32_t code;
 };
 
 constexpr std::array plainkeys = {
-    keycode{XK_BackSpace, 0x0008}, keycode{XK_Tab, CODE_TAB},  keycode{XK_Return, 0x000D},
-    keycode{XK_Escape, 0x001B},    keycode{XK_Home, 0x4700},   keycode{XK_Left, 0x4B00},
-    keycode{XK_Up, 0x4800},        keycode{XK_Right, 0x4D00},  keycode{XK_Down, 0x5000},
-    keycode{XK_Prior, 0x4900},     keycode{XK_Next, 0x5100},   keycode{XK_End, 0x4F00},
-    keycode{XK_Insert, 0x5200},    keycode{XK_Delete, 0x5300},
+    symcode{XK_BackSpace, CODE_BACKSPACE},
+    symcode{XK_Tab, CODE_TAB},
+    symcode{XK_Return, CODE_ENTER},
+    symcode{XK_Escape, CODE_ESC},
+    symcode{XK_Home, CODE_HOME},
+    symcode{XK_Left, CODE_LEFT},
+    symcode{XK_Up, CODE_UP},
+    symcode{XK_Right, CODE_RIGHT},
+    symcode{XK_Down, CODE_DOWN},
+    symcode{XK_Prior, CODE_PGUP},
+    symcode{XK_Next, CODE_PGDN},
+    symcode{XK_End, CODE_END},
+    symcode{XK_Insert, CODE_INS},
+    symcode{XK_Delete, CODE_DEL},
 };
-
-constexpr const auto &alttbl = altcodes;
 
 // The digits of a character code entered with Alt, -1 where there is none. Nothing here ever stores
 // one: such entry works on the system console alone, and in a window every release of Alt ends an
 // empty entry. Deliberate; the log and lastscan show it.
-std::array<int32_t, 3> altnum = {-1, -1, -1};
+std::array<int32_t, 3> entered = {-1, -1, -1};
 
 KeySym lookup(XEvent *event) {
     static XComposeStatus compose;
@@ -69,8 +76,9 @@ int32_t withalt(int32_t k) {
     if (isfunc(k) != 0) {
         return k + ALTFUNC;
     }
-    return isnum(k) != 0 || isletter(k) ? static_cast<int32_t>(alttbl[static_cast<size_t>(k - '0')])
-                                        : 0;
+    return isnum(k) != 0 || isletter(k)
+               ? static_cast<int32_t>(altcodes[static_cast<size_t>(k - '0')])
+               : 0;
 }
 
 } // namespace
@@ -98,17 +106,17 @@ int32_t ProcessRelease(XEvent *event) {
         return 0;
     }
     int32_t key = 0;
-    if (altnum[2] != -1) {
-        key = altnum[0] * 100 + altnum[1] * 10 + altnum[2];
-    } else if (altnum[1] != -1) {
-        key = altnum[0] * 10 + altnum[1];
-    } else if (altnum[0] != -1) {
-        key = altnum[0];
+    if (entered[2] != -1) {
+        key = entered[0] * 100 + entered[1] * 10 + entered[2];
+    } else if (entered[1] != -1) {
+        key = entered[0] * 10 + entered[1];
+    } else if (entered[0] != -1) {
+        key = entered[0];
     }
-    inform("altnum = %d (%d %d %d)\n", key, altnum[0], altnum[1], altnum[2]);
+    inform("altnum = %d (%d %d %d)\n", key, entered[0], entered[1], entered[2]);
     const bool inrange = key >= 0 && key <= 255;
     lastscan = inrange ? 0 : 1;
-    altnum = {-1, -1, -1};
+    entered = {-1, -1, -1};
     return inrange ? key : 0;
 }
 
@@ -117,9 +125,9 @@ int32_t TranslateKeysym(KeySym keysym) {
         return static_cast<int32_t>(keysym);
     }
     if (keysym >= XK_F1 && keysym <= XK_F10) {
-        return CODE_F1 + static_cast<int32_t>(keysym - XK_F1) * 0x100;
+        return CODE_F1 + static_cast<int32_t>(keysym - XK_F1) * NEXTFUNC;
     }
-    for (const keycode &k : plainkeys) {
+    for (const symcode &k : plainkeys) {
         if (k.keysym == keysym) {
             return k.code;
         }
@@ -149,16 +157,16 @@ int32_t isfunc(int32_t c) {
 
 int32_t isother(int32_t c) {
     switch (c) {
-    case 0x4700: // Home
-    case 0x4800: // Up
-    case 0x4900: // PgUp
-    case 0x4B00: // Left
-    case 0x4D00: // Right
-    case 0x4F00: // End
-    case 0x5000: // Down
-    case 0x5100: // PgDn
-    case 0x5200: // Insert
-    case 0x5300: // Delete
+    case CODE_HOME:
+    case CODE_UP:
+    case CODE_PGUP:
+    case CODE_LEFT:
+    case CODE_RIGHT:
+    case CODE_END:
+    case CODE_DOWN:
+    case CODE_PGDN:
+    case CODE_INS:
+    case CODE_DEL:
         return 1;
     default:
         return 0;

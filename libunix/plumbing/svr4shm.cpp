@@ -17,10 +17,6 @@ namespace {
 int s_shmid; // the segment as the server has it
 int c_shmid; // and as the client has it
 
-key_t ownkey() {
-    return static_cast<key_t>(getuid() + 1);
-}
-
 // Null when the system refuses.
 void *attach(int id) {
     void *mem = shmat(id, nullptr, 0);
@@ -29,8 +25,12 @@ void *attach(int id) {
 
 } // namespace
 
+key_t shmkey() {
+    return static_cast<key_t>(getuid() + 1);
+}
+
 void *opnsshm(int len) {
-    s_shmid = shmget(ownkey(), static_cast<size_t>(len), IPC_CREAT | 0644);
+    s_shmid = shmget(shmkey(), static_cast<size_t>(len), IPC_CREAT | 0644);
     if (s_shmid < 0) {
         catastro("Server: Could not get shared memory. (%d %s)\n", errno, strerror(errno));
     }
@@ -52,7 +52,7 @@ void clssshm(void *mem) {
 }
 
 void *opncshm(int len) {
-    c_shmid = shmget(ownkey(), static_cast<size_t>(len), 0);
+    c_shmid = shmget(shmkey(), static_cast<size_t>(len), 0);
     if (c_shmid < 0) {
         catastro("Client: Could not get shared memory (%d %s).\n", errno, strerror(errno));
     }

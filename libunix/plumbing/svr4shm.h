@@ -5,7 +5,12 @@
 // The writer is the server side, the viewer the client side; each routine below serves one of them.
 #pragma once
 
+#include <sys/types.h>
+
 namespace plex {
+
+// The key of this user's segment.
+key_t shmkey();
 
 // The server side: creates the segment (mode 0644, zero-filled) or finds the one that is there, as
 // it was left, and attaches it with at least `len` bytes. Returns its address. A failure, that of a

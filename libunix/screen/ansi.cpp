@@ -9,7 +9,6 @@
 
 #include "libunix/screen/registers.h"
 #include "libunix/screen/scroll.h"
-#include "libunix/screen/words.h"
 
 #include <algorithm>
 #include <array>
@@ -97,58 +96,40 @@ void index(unsigned char f) {
     doansi(f);
 }
 
-// Closes a sequence.
-void finish(unsigned n, unsigned char f) {
-    curatr.nparms = static_cast<uint16_t>(n);
-    canscro = 0;
-    doansi(f);
-}
-
 // Carries out a whole control sequence at the start of `s`, if it is all there and of the usual
 // form: how many bytes it takes. 0: it is left to pransi, byte by byte. Slots of parms may then
 // have been set already, but only to what pransi sets them to.
-//
-// Lengths of numbers vary in a way that no branch can foretell, so eight bytes are looked at
-// together.
 size_t wholesequence(const unsigned char *s, size_t len) {
-    // A number's digits, least of three, times these meet in the third byte.
-    constexpr std::array<uint32_t, 4> times = {0, 1 << 16, 10 << 16 | 1 << 8,
-                                               100 << 16 | 10 << 8 | 1};
-    constexpr unsigned mostinword = 4;
     if (len < 3 || s[1] != '[' || s[2] == ';') {
         return 0;
     }
     curatr.parms[0] = 1;
     curatr.parms[1] = 1;
-    if (digit(s[2]) > 9) {
-        finish(0, s[2]);
-        return 3;
-    }
     size_t at = 2;
-    for (unsigned n = 0; len - at >= 8 && n + mostinword <= ansparms;) {
-        const uint64_t values = eight(s + at) ^ '0' * everybyte; // a digit's byte is its value now
-        uint64_t others = notdigits(values);
-        unsigned begin = 0; // of a number, in bits
-        for (; others != 0; others &= others - 1) {
-            const auto end = static_cast<unsigned>(std::countr_zero(others)) - 7;
-            const unsigned size = (end - begin) / 8;
-            if (size - 1 > 2) {
-                return 0; // empty, or longer than a number need be
-            }
-            curatr.parms[n++] = static_cast<uint8_t>((values >> begin) * times[size] >> 16);
-            begin = end + 8;
-            const unsigned char c = s[at + end / 8];
-            if (c != ';') {
-                finish(n, c);
-                return at + begin / 8;
-            }
+    unsigned n = 0;
+    while (n < ansparms && digit(s[at]) < 10) {
+        unsigned value = digit(s[at++]);
+        while (at < len && digit(s[at]) < 10) {
+            value = value * 10 + digit(s[at++]);
         }
-        if (begin == 0) {
+        curatr.parms[n++] = static_cast<uint8_t>(value);
+        if (at == len) {
             return 0;
         }
-        at += begin / 8;
+        if (s[at] != ';') {
+            break;
+        }
+        if (++at == len || digit(s[at]) > 9) { // an empty parameter
+            return 0;
+        }
     }
-    return 0;
+    if (n == ansparms) {
+        return 0;
+    }
+    curatr.nparms = static_cast<uint16_t>(n);
+    canscro = 0;
+    doansi(s[at]);
+    return at + 1;
 }
 
 void rendition() {
@@ -169,7 +150,7 @@ void rendition() {
 
 // Moves to a position, brought back among the scroll rows and into the window.
 void moveto(uint16_t pos) {
-    scrollrows();
+    prep4r();
     dx = pos;
     if (dxrow() < curatr.efftop) {
         dx = position(curatr.efftop, dxcol());
@@ -211,33 +192,26 @@ void unknown() {
 }
 
 // Writes the glyphs at the start of `s` that go into the rest of the line as one run: how many. A
-// control character that is a glyph may end a run, and so may the last bytes.
+// control character that is a glyph ends it too.
 size_t run(const unsigned char *s, size_t len) {
     const size_t room = static_cast<size_t>(curatr.wright) + 1 - static_cast<size_t>(dxcol());
     if (dxcol() > curatr.wright || offset() > cellbytes - 2 * room) {
         return 0;
     }
-    const uint64_t each = curatr.attr * spread;
-    unsigned char *cell = si;
+    const size_t most = std::min(room, len);
     size_t n = 0;
-    for (; len - n >= 8; n += 8) {
-        const size_t glyphs = plain(s + n);
-        if (glyphs > room - n) {
-            break;
-        }
-        if (glyphs < 8) {
-            if (glyphs != 0) {
-                setfew(cell + 2 * n, s + n, glyphs, each);
-            }
-            n += glyphs;
-            break;
-        }
-        setcells<uint32_t, uint64_t>(cell + 2 * n, s + n, each);
-        setcells<uint32_t, uint64_t>(cell + 2 * n + 8, s + n + 4, each);
+    while (n < most && s[n] > ESC) {
+        n++;
+    }
+    unsigned char *cell = si;
+    const uint8_t attr = curatr.attr;
+    for (size_t i = 0; i < n; i++) {
+        cell[2 * i] = s[i];
+        cell[2 * i + 1] = attr;
     }
     if (n != 0) {
         mark(dxrow());
-        si = address(cell, static_cast<intptr_t>(2 * n));
+        si = cell + 2 * n;
         dx = static_cast<uint16_t>(dx + n - 1);
         advance();
     }
@@ -298,19 +272,19 @@ void outbyt(unsigned char c) {
         }
     }
     switch (c) {
-    case 7:
+    case '\a':
         control(c, dobell);
         break;
-    case 8:
+    case '\b':
         control(c, doback);
         break;
-    case 10:
+    case '\n':
         control(c, donewl);
         break;
-    case 12:
+    case '\f':
         control(c, ffeed);
         break;
-    case 13:
+    case '\r':
         control(c, docr);
         break;
     default:
@@ -321,19 +295,18 @@ void outbyt(unsigned char c) {
 }
 
 void outbuf(const unsigned char *s, size_t len) {
-    while (len > 0) {
+    for (size_t at = 0; at < len;) {
         size_t n = 0;
-        if (curatr.ansflg == 0 && *s == ESC) {
-            n = wholesequence(s, len);
+        if (curatr.ansflg == 0 && s[at] == ESC) {
+            n = wholesequence(s + at, len - at);
         } else if (curatr.ansflg == 0 || (curatr.ansflg & ANS_OFF) != 0) {
-            n = run(s, len);
+            n = run(s + at, len - at);
         }
         if (n == 0) {
-            outbyt(*s);
+            outbyt(s[at]);
             n = 1;
         }
-        s += n;
-        len -= n;
+        at += n;
     }
 }
 

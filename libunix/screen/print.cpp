@@ -1,7 +1,7 @@
 #include "libunix/screen/print.h"
 
-#include "libunix/console/trm.h"
 #include "libunix/screen/ansi.h"
+#include "libunix/screen/display.h"
 #include "libunix/screen/screen.h"
 
 #include <cstdarg>
@@ -21,12 +21,10 @@ int format(const char *fmt, va_list args) {
 }
 
 void show() {
-    supisc();
-    rdcurp();
-    compsi();
+    bgnout();
     outbuf(reinterpret_cast<const unsigned char *>(prtbuf), strnlen(prtbuf, sizeof prtbuf));
     wrcurp(dx);
-    if ((dsptyp & DSP_X11) != 0) {
+    if (showsatonce()) {
         updtrm(0);
     }
 }

@@ -5,14 +5,13 @@
 // store asks offset() first.
 #pragma once
 
-#include "libunix/console/trm.h"
+#include "libunix/screen/display.h"
 #include "libunix/screen/screen.h"
 
-#include <algorithm>
+#include <cstddef>
+#include <cstdint>
 
 namespace plex {
-
-constexpr size_t rowbytes = 2 * scrcols;
 
 constexpr uint16_t position(int row, int column) {
     return static_cast<uint16_t>((row & 0xFF) << 8 | (column & 0xFF));
@@ -45,21 +44,16 @@ inline size_t offset() {
 // Moves dx, and si with it.
 inline void settle(uint16_t pos) {
     dx = pos;
-    si = address(iscstt, 2 * ((pos >> 8) * scrcols + (pos & 0xFF)));
+    compsi();
 }
 
-inline void scrollrows() {
-    const bool off = (curatr.ansflg & ANS_OFF) != 0;
-    curatr.efftop = off ? curatr.wtop : std::max(curatr.wtop, curatr.rgntop);
-    curatr.effbot = off ? curatr.wbottom : std::min(curatr.wbottom, curatr.rgnbot);
-}
-
-inline bool keepsflags() {
-    return (dsptyp & DSP_FLAGS) != 0;
+// Whether there are rows to mark.
+inline bool flagsrows() {
+    return keepsflags() && updflg != nullptr;
 }
 
 inline void mark(int row) {
-    if (keepsflags() && row < scrrows) {
+    if (flagsrows() && row < scrrows) {
         updflg[row] = 1;
     }
 }

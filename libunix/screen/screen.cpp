@@ -1,31 +1,24 @@
 // One image, one window, one cursor: the engine's whole state is the record below and the output
 // registers, and it lasts as long as the process.
 //
-// Where the cursor is depends on the console: the video controller has it (and is asked every
-// time), the image's control bytes tell it to a display, or it is parked and has no place on any
-// device.
+// Where the cursor is depends on the console: a machine has it (and is asked every time), the
+// image's control bytes tell it to a display, or it is parked and has no place on any device.
 
 #include "libunix/screen/screen.h"
 
-#include "libunix/console/trm.h"
-#include "libunix/plumbing/svr4shm.h"
-#include "libunix/runtime/process.h"
-#include "libunix/screen/registers.h"
+#include "libunix/screen/display.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
 
 namespace plex {
 
 unsigned char *grafbuf;
 unsigned char *updflg;
 uint16_t xcursor;
-int32_t vgafd = -1;
 uint16_t speedy = 1;
 uint16_t dx;
 unsigned char *si;
 unsigned char *iscstt;
-const scrdriver *condev;
 
 scrstate curatr = {
     .attr = 7,
@@ -62,59 +55,7 @@ scrstate curatr = {
 
 namespace {
 
-// The displays that the host family has given a hardware cursor; of ours, the system console.
-constexpr int32_t hardware = 0x394;
-
-// The video controller: an index register, the register selected by it, and those for the cursor.
-constexpr uint16_t crtindex = 0x3D4;
-constexpr uint16_t crtdata = 0x3D5;
-constexpr uint8_t crtstart = 10;
-constexpr uint8_t crtend = 11;
-constexpr uint8_t crthigh = 14;
-constexpr uint8_t crtlow = 15;
-
-// The image of consoles that show none, or only a copy. Static, so that a program out of memory has
-// one to say it on.
 alignas(16) unsigned char privimage[imagebytes];
-
-void crtwrite(uint8_t reg, int value) {
-    if (condev != nullptr) {
-        condev->portwrite(crtindex, reg);
-        condev->portwrite(crtdata, static_cast<uint8_t>(value));
-    }
-}
-
-int crtread(uint8_t reg) {
-    if (condev == nullptr) {
-        return 0;
-    }
-    condev->portwrite(crtindex, reg);
-    return condev->portread(crtdata);
-}
-
-[[noreturn]] void noconsole(const char *why) {
-    relpriv();
-    clstrm();
-    fputs(why, stderr);
-    exit(-1);
-}
-
-unsigned char *mapconsole() {
-    getpriv();
-    vgafd = condev != nullptr ? condev->conopen() : -1;
-    if (vgafd < 0) {
-        noconsole("Unable to open /dev/console\n");
-    }
-    if (condev->getcfnt() == 0) {
-        noconsole("Unable to get current screen mapping table\n");
-    }
-    unsigned char *video = condev->mapvideo(vgafd);
-    if (video == nullptr) {
-        noconsole("Unable to get base position in video memory\n");
-    }
-    relpriv();
-    return video;
-}
 
 // A window never reaches beyond the screen: a bound that would is the last column or row.
 uint8_t column(uint8_t x) {
@@ -131,22 +72,22 @@ unsigned char *frzseg() {
     if (grafbuf != nullptr) {
         return grafbuf;
     }
-    if ((dsptyp & DSP_REMOTE) != 0) {
-        grafbuf = static_cast<unsigned char *>(opnsshm(imagebytes));
-        updflg = grafbuf + cellbytes;
-    } else if ((dsptyp & (DSP_X11 | DSP_NULL)) == 0 && (dsptyp & DSP_SYSCON) != 0) {
-        grafbuf = mapconsole();
-    } else {
-        // Also with no method chosen yet: a program that dies that early can still say why.
-        grafbuf = privimage;
-        updflg = grafbuf + cellbytes;
-    }
+    const scrhdl &screen = screenof(dsptyp);
+    grafbuf = screen.image();
+    updflg = screen.flagged ? grafbuf + cellbytes : nullptr;
     cursiz(1);
     return grafbuf;
 }
 
+void giveupown() {
+    if (grafbuf == privimage && screenof(dsptyp).image != ownimage) {
+        grafbuf = nullptr;
+        updflg = nullptr;
+    }
+}
+
 void unfrez() {
-    if ((dsptyp & DSP_FLAGS) != 0 && updflg != nullptr) {
+    if (keepsflags() && updflg != nullptr) {
         updflg[UPD_ALL] = 1;
     }
 }
@@ -203,31 +144,15 @@ uint16_t belper(uint16_t period) {
 }
 
 void wrcurp(uint16_t pos) {
-    if (curatr.curon == 0) {
-        curatr.vcpos = pos;
-    } else if ((dsptyp & hardware) != 0) {
-        const int offset = (pos >> 8) * scrcols + (pos & 0xFF);
-        crtwrite(crthigh, offset >> 8);
-        crtwrite(crtlow, offset);
+    if (curatr.curon != 0) {
+        cursorscreen().movcur(pos);
     } else {
-        if (updflg != nullptr) { // displays without flags have these two as well
-            updflg[UPD_CURROW] = static_cast<unsigned char>(pos >> 8);
-            updflg[UPD_CURCOL] = static_cast<unsigned char>(pos);
-        }
-        xcursor = pos;
+        curatr.vcpos = pos;
     }
 }
 
 uint16_t rdcurp() {
-    if (curatr.curon == 0) {
-        dx = curatr.vcpos;
-    } else if ((dsptyp & hardware) != 0) {
-        const int high = crtread(crthigh);
-        const int offset = high * 256 + crtread(crtlow);
-        dx = static_cast<uint16_t>((offset / scrcols) << 8 | offset % scrcols);
-    } else {
-        dx = xcursor;
-    }
+    dx = curatr.curon != 0 ? cursorscreen().redcur() : curatr.vcpos;
     return dx;
 }
 
@@ -268,10 +193,7 @@ void cursact(int on) {
 }
 
 void defcur(int first, int last) {
-    if ((dsptyp & hardware) != 0) {
-        crtwrite(crtstart, first);
-        crtwrite(crtend, last);
-    }
+    cursorscreen().shpcur(first, last);
 }
 
 void cursiz(int shape) {
@@ -289,7 +211,7 @@ void cursiz(int shape) {
         curatr.cursz = 1;
         defcur(13, 14);
     }
-    if ((dsptyp & DSP_FLAGS) != 0 && updflg != nullptr) {
+    if (keepsflags() && updflg != nullptr) {
         updflg[UPD_SHOWN] = curatr.cursz != 0 ? 1 : 0;
     }
 }
@@ -302,16 +224,35 @@ int curcurs() {
     return curatr.cursz;
 }
 
+void bgnout() {
+    supisc();
+    rdcurp();
+    compsi();
+}
+
 void supisc() {
-    iscstt = curatr.winbuf != nullptr ? curatr.winbuf : grafbuf;
+    unsigned char *image = frzseg();
+    iscstt = curatr.winbuf != nullptr ? curatr.winbuf : image;
 }
 
-void compsi() {
-    settle(dx);
+const scrhdl ownscreen = {ownimage, true, keepcur, keptcur, noshape};
+
+unsigned char *ownimage() {
+    return privimage;
 }
 
-void prep4r() {
-    scrollrows();
+void keepcur(uint16_t pos) {
+    if (updflg != nullptr) { // displays that look at no flags have these two as well
+        updflg[UPD_CURROW] = static_cast<unsigned char>(pos >> 8);
+        updflg[UPD_CURCOL] = static_cast<unsigned char>(pos);
+    }
+    xcursor = pos;
 }
+
+uint16_t keptcur() {
+    return xcursor;
+}
+
+void noshape(int /*first*/, int /*last*/) {}
 
 } // namespace plex

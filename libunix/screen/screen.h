@@ -5,10 +5,11 @@
 // the row in the high byte, the column in the low byte. An attribute: foreground in bits 0 to 2,
 // intensity in bit 3, background in bits 4 to 6, blink in bit 7, colours in PC order.
 //
-// A writer calls supisc, rdcurp and compsi, then any number of character operations, which move dx
-// and si together, then wrcurp(dx): the device's cursor moves once for each piece of output.
+// A writer calls bgnout, then any number of character operations, which move dx and si together,
+// then wrcurp(dx): the device's cursor moves once for each piece of output.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -16,10 +17,11 @@ namespace plex {
 
 constexpr int scrcols = 80;
 constexpr int scrrows = 25;
+constexpr size_t rowbytes = 2 * scrcols; // a cell is two bytes
 
 // The image's layout is shared with other processes. Cells first, row after row, each the character
 // and then its attribute; then the control bytes, at these offsets from updflg.
-constexpr size_t cellbytes = 2 * scrcols * scrrows;
+constexpr size_t cellbytes = rowbytes * scrrows;
 constexpr size_t UPD_ROWS = 0; // a byte for each row: 1 when a cell of it was changed
 constexpr size_t UPD_ALL = 25; // 1: everything is to be repainted
 constexpr size_t UPD_CURROW = 26;
@@ -28,10 +30,9 @@ constexpr size_t UPD_SHOWN = 28; // 1 while the cursor has a visible shape
 constexpr size_t imagebytes = cellbytes + 29;
 static_assert(imagebytes == 4029);
 
-extern unsigned char *grafbuf; // the image; null before frzseg
-extern unsigned char *updflg;  // its control bytes; null for the system console, which has none
+extern unsigned char *grafbuf; // the image; null until it is first needed
+extern unsigned char *updflg;  // its control bytes; null where there are none, as in video memory
 extern uint16_t xcursor;       // the cursor of displays without a hardware cursor
-extern int32_t vgafd;          // the system console's screen, -1 while not open
 extern uint16_t speedy;        // kept for callers; nothing in the engine asks for it
 
 // The output registers.
@@ -47,7 +48,7 @@ constexpr uint8_t ANS_ESC = 2;    // an escape character has come
 constexpr uint8_t ANS_CSI = 4;    // and its bracket
 constexpr uint8_t ANS_DIGITS = 8; // and at least one digit of a parameter
 
-// The engine's state. Only `attr` is for others; the rest belongs to screen.cpp and ansi.cpp.
+// The engine's state. Others may read and set `attr`; the rest is for the files of this folder.
 struct scrstate {
     uint8_t attr;    // given to every cell written
     uint8_t ansflg;  // the interpreter's state
@@ -73,22 +74,11 @@ struct scrstate {
 
 extern scrstate curatr;
 
-// What the system console's method lends the engine. Null until that method is open: then the image
-// of that console cannot be had, and a hardware cursor is nowhere.
-struct scrdriver {
-    int32_t (*conopen)();                   // opens the console for the screen: negative: refused
-    int32_t (*getcfnt)();                   // fetches its character mapping: 0: refused
-    unsigned char *(*mapvideo)(int32_t fd); // its video memory, cellbytes at least; null: refused
-    void (*portwrite)(uint16_t port, uint8_t value);
-    uint8_t (*portread)(uint16_t port);
-};
-
-extern const scrdriver *condev;
-
-// Returns the image, creating it on the first call where the console method has it: the shared
-// segment, the system console's video memory, or a private buffer of zero bytes. Video memory that
-// cannot be had closes the console and ends the program with a line on standard error, status 255;
-// a segment that cannot be had is a catastrophe.
+// Returns the image, which the first call has where the console method keeps it: the shared
+// segment, the system console's video memory, or a buffer of the engine's own, of zero bytes at
+// first. With no method open it is that too; opening one that keeps its image elsewhere gives it
+// up. Video memory that cannot be had closes the console and ends the program with a line on
+// standard error, status 255; a segment that cannot be had is a catastrophe.
 unsigned char *frzseg();
 
 // Asks for everything to be repainted, on the displays that keep flags.
@@ -138,10 +128,24 @@ void cursiz(int shape);
 void rstcur();
 int curcurs();
 
-// For writers: the buffer in use from the window; si from iscstt and dx; the rows that scroll
-// (efftop to effbot) from the window and, with interpretation on, the scroll region.
+// For writers: the output registers as a piece of output starts, that is supisc, rdcurp, compsi.
+void bgnout();
+
+// The steps: the buffer in use from the window (the image is created if there is none yet); si from
+// iscstt and dx, reckoned as a number: no pointer arithmetic reaches beyond the buffer.
 void supisc();
-void compsi();
-void prep4r();
+inline void compsi() {
+    const int cell = (dx >> 8) * scrcols + (dx & 0xFF);
+    si = reinterpret_cast<unsigned char *>(reinterpret_cast<uintptr_t>(iscstt) +
+                                           2 * static_cast<uintptr_t>(cell));
+}
+
+// The rows that scroll, efftop to effbot: the window's and, with interpretation on, of these the
+// scroll region's.
+inline void prep4r() {
+    const bool off = (curatr.ansflg & ANS_OFF) != 0;
+    curatr.efftop = off ? curatr.wtop : std::max(curatr.wtop, curatr.rgntop);
+    curatr.effbot = off ? curatr.wbottom : std::min(curatr.wbottom, curatr.rgnbot);
+}
 
 } // namespace plex

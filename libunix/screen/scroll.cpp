@@ -3,7 +3,6 @@
 
 #include "libunix/screen/scroll.h"
 
-#include "libunix/console/trm.h"
 #include "libunix/screen/registers.h"
 
 #include <array>
@@ -12,33 +11,17 @@
 namespace plex {
 namespace {
 
-// Fills `len` bytes, one block at least and `most` at most, with blocks that overlap where `len` is
-// no multiple. The number of blocks is fixed: lengths vary in a way that no branch can foretell.
-template <size_t size, size_t most>
-void fill(unsigned char *to, size_t len, const std::array<unsigned char, 32> &block) {
-    for (size_t i = 0; i < most; i += size) {
-        memcpy(to + std::min(i, len - size), block.data(), size);
-    }
-}
-
 // Blank cells, of one row, from the offset `at` on.
 void blank(size_t at, int count) {
     if (count <= 0 || at >= cellbytes) {
         return;
     }
-    const size_t len = std::min(2 * static_cast<size_t>(count), cellbytes - at);
-    std::array<unsigned char, 32> block;
-    for (size_t i = 0; i < block.size(); i += 2) {
-        block[i] = ' ';
-        block[i + 1] = curatr.attr;
-    }
+    const size_t cells = std::min(static_cast<size_t>(count), (cellbytes - at) / 2);
     unsigned char *to = iscstt + at;
-    if (len >= 32) {
-        fill<32, rowbytes>(to, len, block);
-    } else if (len >= 8) {
-        fill<8, 32>(to, len, block);
-    } else {
-        fill<2, 8>(to, len, block);
+    const uint8_t attr = curatr.attr;
+    for (size_t i = 0; i < cells; i++) {
+        to[2 * i] = ' ';
+        to[2 * i + 1] = attr;
     }
 }
 
@@ -68,7 +51,7 @@ void scroll(int by) {
                 memcpy(iscstt + rowstart(r), iscstt + rowstart(r + by), len);
             }
         }
-        if (keepsflags()) {
+        if (flagsrows()) {
             std::fill(updflg + top, updflg + bottom + 1, 1);
         }
     }
@@ -82,7 +65,7 @@ void docr() {
 }
 
 void donewl() {
-    scrollrows();
+    prep4r();
     int row = dxrow() + 1;
     if (row > curatr.effbot) {
         row = curatr.effbot;
@@ -94,7 +77,7 @@ void donewl() {
 }
 
 void dorevl() {
-    scrollrows();
+    prep4r();
     int row = dxrow();
     if (row != curatr.efftop) {
         row++; // down, deliberately: only at the top is it the reverse of a line feed
@@ -105,7 +88,7 @@ void dorevl() {
 }
 
 void ffeed() {
-    scrollrows();
+    prep4r();
     int row = curatr.efftop;
     do {
         blankrow(row++);
@@ -114,7 +97,7 @@ void ffeed() {
 }
 
 void doback() {
-    scrollrows();
+    prep4r();
     if (dxcol() == curatr.wleft) {
         // Nothing leads out of the window, from above a scroll region either.
         if (dxrow() == curatr.efftop || dxrow() == curatr.wtop) {
@@ -140,15 +123,13 @@ void ceolut() {
 }
 
 void clreol() {
-    supisc();
-    rdcurp();
-    compsi();
+    bgnout();
     ceolut();
 }
 
 void ceoscn() {
     const uint16_t saved = dx;
-    scrollrows();
+    prep4r();
     ceolut();
     int row = dxrow() + 1;
     for (; row <= curatr.effbot; row++) {

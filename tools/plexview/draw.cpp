@@ -22,7 +22,6 @@
 namespace plex {
 namespace {
 
-constexpr int rowbytes = 2 * scrcols;
 constexpr int hintseconds = 3; // how long the hint covers the last row where there is no row below
 constexpr char hint[] = " plexview: Ctrl+] leaves ";
 
@@ -80,7 +79,7 @@ void setcell(cchar_t *cell, unsigned char ch, unsigned attrib) {
 
 void drawrow(int row) {
     cchar_t cells[scrcols];
-    const unsigned char *p = drawn.data() + row * rowbytes;
+    const unsigned char *p = drawn.data() + static_cast<size_t>(row) * rowbytes;
     for (int col = 0; col < scrcols; col++) {
         setcell(&cells[col], p[2 * col], p[2 * col + 1]);
     }
@@ -112,8 +111,8 @@ bool takeflag(unsigned char *flag) {
 // Copies the row if it is to be drawn.
 bool changed(unsigned char *image, int row, bool all) {
     const bool flagged = takeflag(image + cellbytes + UPD_ROWS + row);
-    const unsigned char *now = image + row * rowbytes;
-    unsigned char *before = drawn.data() + row * rowbytes;
+    const unsigned char *now = image + static_cast<size_t>(row) * rowbytes;
+    unsigned char *before = drawn.data() + static_cast<size_t>(row) * rowbytes;
     if (!all && !flagged && memcmp(now, before, rowbytes) == 0) {
         return false;
     }

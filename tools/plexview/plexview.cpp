@@ -2,7 +2,7 @@
 // the terminal's keys to that program.
 //
 // The screen is looked at in a fixed beat: nothing tells when it changes. The program says nothing
-// over the link either; SIGUSR1 means that this viewer has to go.
+// over the link either; a signal means that this viewer has to go.
 
 #include "libsrc/plex.h"
 #include "tools/plexview/draw.h"
@@ -25,12 +25,10 @@ namespace plex {
 namespace {
 
 constexpr char usage[] = "usage: plexview [DIRECTORY]\n";
-constexpr char endpoint[] = "plexhost.console";
-constexpr int32_t leaving = -1;
 constexpr int beat = 20;          // milliseconds between looks: what people see as at once
-constexpr int farewellbeats = 25; // how long SIGUSR1 may come behind the end of the link
+constexpr int farewellbeats = 25; // how long viewgo may come behind the end of the link
 
-volatile sig_atomic_t dropped; // SIGUSR1 came
+volatile sig_atomic_t dropped; // viewgo came
 volatile sig_atomic_t killed;  // the number of a signal that ends programs
 
 void ondropped(int /*signo*/) {
@@ -56,7 +54,7 @@ void fail(const char *fmt, ...) {
 
 // The segment outlives its programs, so having one says nothing; not having one says enough.
 void checksegment() {
-    const int id = shmget(static_cast<key_t>(getuid() + 1), imagebytes, 0);
+    const int id = shmget(shmkey(), imagebytes, 0);
     void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
     if (id < 0 || image == reinterpret_cast<void *>(-1)) {
         switch (errno) {
@@ -76,7 +74,7 @@ int connectlink(const char *directory) {
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
-    stzcpy(addr.sun_path, endpoint, sizeof addr.sun_path);
+    stzcpy(addr.sun_path, viewendpoint, sizeof addr.sun_path);
     if (fd < 0 || connect(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) < 0) {
         switch (errno) {
         case ENOENT:
@@ -85,7 +83,7 @@ int connectlink(const char *directory) {
         case EAGAIN:
             fail("the program in %s does not answer", directory);
         default:
-            fail("%s/%s: %s", directory, endpoint, strerror(errno));
+            fail("%s/%s: %s", directory, viewendpoint, strerror(errno));
         }
     }
     return fd;
@@ -93,7 +91,7 @@ int connectlink(const char *directory) {
 
 // False when the link has ended. A program that takes no keys loses them, as any full keyboard
 // does.
-bool tell(int fd, int32_t word) {
+bool tell(int fd, viewword word) {
     return send(fd, &word, sizeof word, MSG_NOSIGNAL) >= 0 || errno == EAGAIN;
 }
 
@@ -105,8 +103,8 @@ bool passkeys(int fd, bool &all) {
             return true;
         }
         if (key == QUITKEY) {
-            // The program answers with SIGUSR1, which finds this process or nobody.
-            tell(fd, leaving);
+            // The program answers with the signal, which finds this process or nobody.
+            tell(fd, viewleaving);
             dropped = 1;
             return false;
         }
@@ -155,7 +153,7 @@ int main(int argc, char **argv) {
     }
     opntrm(DSP_NULL, "plexview"); // a catastrophe wants a screen of this process's own
     checksegment();
-    usignal(SIGUSR1, ondropped);
+    usignal(viewgo, ondropped);
     for (const int signo : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         usignal(signo, onkilled);
     }
@@ -171,7 +169,7 @@ int main(int argc, char **argv) {
     }
     closeterminal();
     if (killed != 0) {
-        tell(fd, leaving);
+        tell(fd, viewleaving);
         return 128 + killed;
     }
     for (int i = 0; i < farewellbeats && dropped == 0; i++) {

@@ -14,9 +14,7 @@
 namespace plex {
 namespace {
 
-constexpr int32_t escape = 0x1B;
-constexpr int32_t backspace = 0x08;
-constexpr int32_t del = 0x7F; // what the backspace key of most terminals sends
+constexpr wint_t del = 0x7F; // what the backspace key of most terminals sends
 
 // A key's sequence is ESC [ 1 ; modifier final, or ESC [ number ; modifier ~.
 struct special {
@@ -26,13 +24,26 @@ struct special {
 };
 
 constexpr std::array specials = {
-    special{1, 'A', 0x4800},  special{1, 'B', 0x5000},  special{1, 'C', 0x4D00},
-    special{1, 'D', 0x4B00},  special{1, 'H', 0x4700},  special{1, 'F', 0x4F00},
-    special{2, '~', 0x5200},  special{3, '~', 0x5300},  special{5, '~', 0x4900},
-    special{6, '~', 0x5100},  special{1, 'P', 0x3B00},  special{1, 'Q', 0x3C00},
-    special{1, 'R', 0x3D00},  special{1, 'S', 0x3E00},  special{15, '~', 0x3F00},
-    special{17, '~', 0x4000}, special{18, '~', 0x4100}, special{19, '~', 0x4200},
-    special{20, '~', 0x4300}, special{21, '~', 0x4400},
+    special{1, 'A', CODE_UP},
+    special{1, 'B', CODE_DOWN},
+    special{1, 'C', CODE_RIGHT},
+    special{1, 'D', CODE_LEFT},
+    special{1, 'H', CODE_HOME},
+    special{1, 'F', CODE_END},
+    special{2, '~', CODE_INS},
+    special{3, '~', CODE_DEL},
+    special{5, '~', CODE_PGUP},
+    special{6, '~', CODE_PGDN},
+    special{1, 'P', CODE_F1},
+    special{1, 'Q', CODE_F1 + 1 * NEXTFUNC},
+    special{1, 'R', CODE_F1 + 2 * NEXTFUNC},
+    special{1, 'S', CODE_F1 + 3 * NEXTFUNC},
+    special{15, '~', CODE_F1 + 4 * NEXTFUNC},
+    special{17, '~', CODE_F1 + 5 * NEXTFUNC},
+    special{18, '~', CODE_F1 + 6 * NEXTFUNC},
+    special{19, '~', CODE_F1 + 7 * NEXTFUNC},
+    special{20, '~', CODE_F1 + 8 * NEXTFUNC},
+    special{21, '~', CODE_F1 + 9 * NEXTFUNC},
 };
 
 struct modifier {
@@ -72,38 +83,38 @@ int32_t named(int c) {
         return withmodifier(specials[i / modifiers.size()].code, modifiers[i % modifiers.size()]);
     }
     if (c > KEY_F(0) && c <= KEY_F(10)) {
-        return CODE_F1 + (c - KEY_F(1)) * 0x100;
+        return CODE_F1 + (c - KEY_F(1)) * NEXTFUNC;
     }
     if (c > KEY_F(12) && c <= KEY_F(22)) { // F1 to F10 with Shift
-        return CODE_F1 + SHIFTFUNC + (c - KEY_F(13)) * 0x100;
+        return CODE_F1 + SHIFTFUNC + (c - KEY_F(13)) * NEXTFUNC;
     }
     switch (c) {
     case KEY_HOME:
-        return 0x4700;
+        return CODE_HOME;
     case KEY_UP:
-        return 0x4800;
+        return CODE_UP;
     case KEY_PPAGE:
-        return 0x4900;
+        return CODE_PGUP;
     case KEY_LEFT:
-        return 0x4B00;
+        return CODE_LEFT;
     case KEY_RIGHT:
-        return 0x4D00;
+        return CODE_RIGHT;
     case KEY_END:
-        return 0x4F00;
+        return CODE_END;
     case KEY_DOWN:
-        return 0x5000;
+        return CODE_DOWN;
     case KEY_NPAGE:
-        return 0x5100;
+        return CODE_PGDN;
     case KEY_IC:
-        return 0x5200;
+        return CODE_INS;
     case KEY_DC:
-        return 0x5300;
+        return CODE_DEL;
     case KEY_BTAB:
         return CODE_BACKTAB;
     case KEY_BACKSPACE:
-        return backspace;
+        return CODE_BACKSPACE;
     case KEY_ENTER:
-        return 0x0D;
+        return CODE_ENTER;
     default:
         return 0;
     }
@@ -111,7 +122,7 @@ int32_t named(int c) {
 
 int32_t typed(wint_t c) {
     if (c == del) {
-        return backspace;
+        return CODE_BACKSPACE;
     }
     if (c < ' ') {
         return static_cast<int32_t>(c);
@@ -132,7 +143,7 @@ int32_t escaped() {
     } else if (kind == KEY_CODE_YES) {
         ungetch(static_cast<int>(c));
     }
-    return escape;
+    return CODE_ESC;
 }
 
 } // namespace
@@ -159,7 +170,7 @@ int32_t nextviewkey() {
             return KEY_RESIZED;
         }
         const int32_t key = kind == KEY_CODE_YES ? named(static_cast<int>(c))
-                            : c == escape        ? escaped()
+                            : c == CODE_ESC      ? escaped()
                                                  : typed(c);
         if (key != 0) {
             return key;
