@@ -1,10 +1,11 @@
 // SIGCHLD is blocked from before the fork until the record, the reply and the descriptor are out:
 // the end of a command can neither be missed nor be told before its start.
 //
-// SIGTERM and SIGINT are held back from before the fork until the record is in the table, and no
-// longer: telling a host that does not read can take for ever. Their handler takes the daemon down,
-// and the new process has it too until it executes its command: a kill request that follows at once
-// would make the child remove the daemon's files and end its neighbours' commands.
+// SIGTERM and SIGINT are held back from right before the fork until the record is in the table.
+// Their handler takes the daemon down, and the new process has it too until it is given the
+// defaults, first of all: a kill request that follows at once would make the child remove the
+// daemon's files and end its neighbours' commands. Meanwhile nothing is told: a host, a log or a
+// standard error that nobody reads can take for ever, and the daemon must be able to end then.
 
 #include "libunix/daemon/runcmd.h"
 
@@ -26,9 +27,21 @@ namespace plex {
 
 namespace {
 
+sigset_t launchmask; // what was held back before the fork
+
+void holdendings(AtFork where) {
+    if (where == AtFork::before) {
+        launchmask = block_endings();
+        return;
+    }
+    if (where == AtFork::child) {
+        usignal(SIGTERM, SIG_DFL);
+        usignal(SIGINT, SIG_DFL);
+    }
+    unblock_signal(launchmask); // SIGCHLD stays blocked
+}
+
 [[noreturn]] void becomecommand(char *cmdstg, sigset_t oldmask) {
-    usignal(SIGTERM, SIG_DFL);
-    usignal(SIGINT, SIG_DFL);
     usignal(SIGPIPE, sigpipe);
     unblock_signal(oldmask);
     // The masters in the table, the links, the lock, the log and our end of this very terminal: a
@@ -45,14 +58,13 @@ int runcmd(int usrnum, char *cmdstg) {
     int ptymfd = -1;
     char pty_name[PTYNAME];
     const sigset_t oldmask = block_signal(SIGCHLD);
-    const sigset_t launchmask = block_endings();
+    atfork = holdendings;
     const int pid = pty_fork(&ptymfd, pty_name, &mytermios, &mywinsize);
     if (pid == 0) {
         becomecommand(cmdstg, oldmask);
     }
     clientmsg message = {};
     if (pid < 0) {
-        unblock_signal(launchmask); // SIGCHLD stays blocked
         if (debug != 0) {
             inform("COMMAND FAILED!\n");
         }
@@ -60,11 +72,11 @@ int runcmd(int usrnum, char *cmdstg) {
         tellhost(&message, sizeof message);
         return 1; // deliberately with SIGCHLD blocked for good: no later end is told
     }
+    add_child(usrnum, pid, ptymfd);
+    unblock_signal(launchmask);
     if (debug != 0) {
         inform("Adding Child: pid=%d usrnum=%d [%s]\n", pid, usrnum, pty_name);
     }
-    add_child(usrnum, pid, ptymfd);
-    unblock_signal(launchmask);
     message = {usrnum, MSG_STARTED, 0};
     tellhost(&message, sizeof message);
     send_fd(bbsfd, ptymfd);

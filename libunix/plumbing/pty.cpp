@@ -19,6 +19,9 @@
 #include <unistd.h>
 
 namespace plex {
+
+void (*atfork)(AtFork where);
+
 namespace {
 
 // Ends a child whose terminal could not be set up. The statuses are negative by convention; the
@@ -40,6 +43,20 @@ pid_t forkchild() {
 #else
     return fork();
 #endif
+}
+
+void tell(AtFork where) {
+    if (atfork != nullptr) {
+        const int saved = errno;
+        atfork(where);
+        errno = saved;
+    }
+}
+
+// Gives the slave to the user who runs us, whom its command will run as: the kernel gives it to the
+// effective user who opened the master, and what grantpt would do about that it does not do here.
+int giveslave(const char *slave) {
+    return getuid() == geteuid() ? 0 : chown(slave, getuid(), static_cast<gid_t>(-1));
 }
 
 // The child's part: a session, the slave, and the slave as descriptors 0, 1 and 2.
@@ -99,6 +116,9 @@ int ptym_open(char *pts_name) {
     } else if ((slave = ptsname(fdm)) == nullptr) {
         failed = "ptym_open:ptsname";
         code = -4;
+    } else if (giveslave(slave) < 0) {
+        failed = "ptym_open:grantpt"; // part of what that means
+        code = -2;
     }
     if (failed != nullptr) {
         const int cause = errno; // the caller reports it too
@@ -143,8 +163,10 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
         ioctl(fdm, TIOCSWINSZ, slave_winsize) == 0) {
         slave_termios = nullptr; // nothing is left to the child
     }
+    tell(AtFork::before);
     const pid_t pid = forkchild();
     if (pid < 0) {
+        tell(AtFork::failed);
         perror("pty_fork:fork()");
         return -2; // deliberately no clean-up: the master is not reported and stays open
     }
@@ -152,6 +174,7 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
         *ptrfdm = fdm;
         return pid;
     }
+    tell(AtFork::child);
     takeslave(fdm, pts_name, slave_termios, slave_winsize);
     return 0;
 }

@@ -32,4 +32,15 @@ int ptys_open(int fdm, const char *pts_name);
 int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
              const struct winsize *slave_winsize);
 
+// Where pty_fork is, for a caller that has signals to hold back around the fork alone: nothing that
+// may block, such as a report, happens between `before` and the end of the hold.
+enum class AtFork {
+    before, // the fork is next
+    child,  // in the child, before anything else
+    failed  // in the parent, there is no child and nothing was reported yet
+};
+
+// Called by pty_fork there; null at first. In the parent of a child the caller itself goes on.
+extern void (*atfork)(AtFork where);
+
 } // namespace plex
