@@ -2,6 +2,7 @@
 """A real daemon and everything that a host can see of it:  daemon.py [CLASS[.TEST]]..."""
 import contextlib
 import errno
+import fcntl
 import os
 import pty
 import re
@@ -122,6 +123,22 @@ class Commands(DaemonSuite):
         os.close(writer)
         self.clean(1)  # its SIGPIPE is not the commands'
         self.finish()
+
+    def testALogThatIsFull(self):
+        """At whichever line of a launch it is: daemon and command can be ended"""
+        for room in range(0, 160, 20):
+            with self.subTest(room):
+                reader, writer = os.pipe()
+                fcntl.fcntl(writer, fcntl.F_SETPIPE_SZ, 4096)
+                self.begin("-d", env={"BBSLOG": "stderr"}, stderr=writer)
+                os.close(writer)
+                spew(f"/proc/self/fd/{reader}", (4096 - room) * "x")
+                self.host.request(RUN, 1, b"/bin/cat")
+                self.eventually(lambda: "pipe" in slurp(f"/proc/{self.daemon.pid}/wchan"))
+                self.signal(signal.SIGTERM)
+                self.assertEqual(self.wait()[0], 115)
+                self.eventually(lambda: not self.running(os.getpid()), lambda: f"left: {self.running(os.getpid())}")
+                os.close(reader)
 
     def testSetUserId(self):
         if os.getuid() != 0 or os.statvfs(".").f_flag & os.ST_NOSUID:

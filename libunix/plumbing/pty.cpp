@@ -152,9 +152,6 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
         relpriv();
         return -1;
     }
-    if (geteuid() != getuid()) { // the slave belongs to whoever opened the master: still root
-        [[maybe_unused]] const int result = chown(pts_name, getuid(), static_cast<gid_t>(-1));
-    }
     relpriv();
     if (slave_name != nullptr) {
         stzcpy(slave_name, pts_name, PTYNAME);
