@@ -3,9 +3,10 @@
 //
 // SIGTERM and SIGINT are held back from right before the fork until the record is in the table.
 // Their handler takes the daemon down, and the new process has it too until it is given the
-// defaults, first of all: a kill request that follows at once would make the child remove the
-// daemon's files and end its neighbours' commands. Meanwhile nothing is told: a host, a log or a
-// standard error that nobody reads can take for ever, and the daemon must be able to end then.
+// defaults, as soon as it has its terminal: a kill request that follows at once would make the
+// child remove the daemon's files and end its neighbours' commands. Meanwhile nothing is told: a
+// host, a log or a standard error that nobody reads can take for ever, and the daemon must be able
+// to end.
 
 #include "libunix/daemon/runcmd.h"
 

@@ -62,12 +62,24 @@ int giveslave(const char *slave) {
 // The child's part: a session, the slave, and the slave as descriptors 0, 1 and 2.
 void takeslave(int fdm, const char *pts_name, const struct termios *slave_termios,
                const struct winsize *slave_winsize) {
-    if (setsid() < 0) {
+    // The slave before all else that may end it: a master whose slave was never opened does not
+    // hang up. And quietly: the caller may hold signals back until then.
+    const bool leads = setsid() >= 0;
+    int fds = -1;
+    if (leads) {
+        raisepriv();
+        fds = ptys_open(fdm, pts_name);
+    }
+    const int cause = errno;
+    droppriv();
+    tell(AtFork::child);
+    errno = cause;
+    if (!leads) {
         giveup("pty_fork:setsid()", -1, {});
     }
-    getpriv();
-    const int fds = ptys_open(fdm, pts_name);
+    getpriv(); // for the log
     if (fds < 0) {
+        errno = cause;
         perror("pty_fork:ptys_open");
         relpriv();
         exit(-2);
@@ -171,7 +183,6 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
         *ptrfdm = fdm;
         return pid;
     }
-    tell(AtFork::child);
     takeslave(fdm, pts_name, slave_termios, slave_winsize);
     return 0;
 }

@@ -36,7 +36,7 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
 // may block, such as a report, happens between `before` and the end of the hold.
 enum class AtFork {
     before, // the fork is next
-    child,  // in the child, before anything else
+    child,  // in the child, once it has opened the slave; nothing was reported yet
     failed  // in the parent, there is no child and nothing was reported yet
 };
 

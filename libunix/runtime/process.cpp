@@ -21,13 +21,15 @@
 namespace plex {
 namespace {
 
-void seteffective(const char *name, uid_t uid) {
-    // An ordinary user has nothing to switch; the caller's next step shows what is missing. Four
-    // switches come with every launch, so none that changes nothing is made, nor an item for no
-    // log.
+// An ordinary user has nothing to switch; the caller's next step shows what is missing. Four
+// switches come with every launch, so none that changes nothing is made, nor an item for no log.
+void seteffective(uid_t uid) {
     if (geteuid() != uid) {
         [[maybe_unused]] const int result = seteuid(uid);
     }
+}
+
+void tell(const char *name) {
     if (logging()) {
         inform("%s: uid=%d euid=%d\n", name, static_cast<int>(getuid()),
                static_cast<int>(geteuid()));
@@ -36,12 +38,22 @@ void seteffective(const char *name, uid_t uid) {
 
 } // namespace
 
+void raisepriv() {
+    seteffective(0);
+}
+
+void droppriv() {
+    seteffective(getuid());
+}
+
 void getpriv() {
-    seteffective("getpriv", 0);
+    raisepriv();
+    tell("getpriv");
 }
 
 void relpriv() {
-    seteffective("relpriv", getuid());
+    droppriv();
+    tell("relpriv");
 }
 
 sighandler usignal(int signo, sighandler func) {

@@ -10,6 +10,10 @@ using sighandler = void (*)(int);
 void getpriv();
 void relpriv();
 
+// The same without a word, where nothing may be written.
+void raisepriv();
+void droppriv();
+
 // Installs `func` for `signo` with an empty mask and no flags: it stays installed after delivery,
 // and system calls that it interrupts fail with EINTR. Returns the previous handler, or SIG_ERR.
 sighandler usignal(int signo, sighandler func);
