@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -389,6 +390,68 @@ TEST(Plexmsg, SourceErrors) {
     EXPECT_EQ(plexmsg({"compile", "s", "out"}),
               "s:5: 2 languages times 16384 messages are more than 32767\n1");
     EXPECT_FALSE(test::exists("out"));
+}
+
+TEST(Plexmsg, WritesWhereItIsTold) {
+    const test::Home home;
+    test::spew("s", "\xEF\xBB\xBFlanguage A\r\nmessage\n text A\n\t|x\n"); // a mark, blanks
+    const std::string name(250, 'n');
+    test::spew("kept", "old");
+    chmod("kept", 0640);
+    EXPECT_EQ(symlink("kept", "link") | symlink("../kept", "dangling") | mkdir("d", 0700), 0);
+    EXPECT_EQ(rename("dangling", "d/dangling") | symlink("to/come", "d/later"), 0);
+    mkdir("d/to", 0700);
+    for (const std::string &out : {name, std::string("kept"), std::string("link"),
+                                   std::string("d/dangling"), std::string("d/later")}) {
+        EXPECT_EQ(plexmsg({"compile", "s", out}), "");
+        EXPECT_EQ(plexmsg({"show", "./" + out, "0"}), "x\n");
+    }
+    struct stat st = {};
+    EXPECT_TRUE(stat("kept", &st) == 0 && (st.st_mode & 07777) == 0640) << st.st_mode;
+    EXPECT_TRUE(lstat("link", &st) == 0 && S_ISLNK(st.st_mode));
+    EXPECT_TRUE(test::exists("d/to/come"));
+    mkfifo("pipe", 0600);
+    const int reading = ::open("pipe", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(plexmsg({"compile", "-n", "/dev/stderr", "s", "pipe"}),
+              "// The numbers of the messages. Made by plexmsg.\n#pragma once\n\n");
+    EXPECT_TRUE(test::drain(reading) == test::slurp("kept"));
+    ::close(reading);
+    const std::string refused[][4] = {
+        {"s", "./s", "n", "./s"}, {"s", "out", "s", "s"}, {"s", "out", "out", "out"}};
+    for (const auto &r : refused) {
+        EXPECT_EQ(plexmsg({"compile", "-n", r[2], r[0], r[1]}),
+                  "plexmsg: " + r[3] + " cannot be two files at once\n1");
+    }
+    EXPECT_FALSE(test::exists("out"));
+    EXPECT_EQ(plexmsg({"compile", "none", "out"}),
+              "plexmsg: cannot read none: No such file or directory\n1");
+    test::spew("s", "language A\nmessage class\ntext A\n|x\n");
+    EXPECT_EQ(plexmsg({"compile", "s", "out"}), "s:2: \"class\" is a word of C++ itself\n1");
+}
+
+TEST(Plexmsg, ManyAndOddLanguages) {
+    const test::Home home;
+    std::string many;
+    for (int i = 0; i < 32768; i++) {
+        many += "language English" + std::to_string(i) + "\n";
+    }
+    test::spew("s", many);
+    EXPECT_EQ(plexmsg({"compile", "s", "out"}), "s:32768: 32768 languages are more than 32767\n1");
+    test::spew("s",
+               many.substr(0, many.find("language English32767")) + "message\ntext English0\n|x");
+    EXPECT_EQ(plexmsg({"compile", "s", "many"}), ""); // and well within patience
+    EXPECT_EQ(plexmsg({"show", "-l", "English/X", "many", "0"}),
+              "x\nplexmsg: no text in English/X, this is English0\n");
+    test::spew("odd", mcv({"A\33[2J", "b", "a\33[2J", "B", std::string(20, 'l')},
+                          {{z("0"), z("1"), z("2"), z("3"), z("4")}}));
+    EXPECT_EQ(plexmsg({"list", "odd"}),
+              "odd: 5 languages, 1 messages\nlanguage 0 A\\x1B[2J\n"
+              "language 1 b (never found)\nlanguage 2 a\\x1B[2J (never found)\nlanguage 3 B\n"
+              "language 4 lllllllllllllll (never found)\n"
+              "message 0 A\\x1B[2J 2 \"0\"\nmessage 0 B 2 \"3\"\n");
+    const auto full = test::Program({"sh", "-c", BUILD_DIR "/plexmsg list many >/dev/full"}).wait();
+    EXPECT_EQ(full.err, "plexmsg: standard output: No space left on device\n");
+    EXPECT_EQ(full.code(), 1);
 }
 
 } // namespace

@@ -45,16 +45,16 @@ class Plexrun(PlexrunSuite):
         for args, code, said in (  # by the command, or else by plexrun
                 (("sh", "-c", "exit 7"), 7, ""),
                 (("--", "sh", "-c", "kill -TERM $$"), 128 + 15, ""),
-                (("echo", 'a "b" ', "", "'"), 0, "a \"b\"   '\r\n"),
+                (("echo", 'a "b" ', "", "'"), 0, "a \"b\"   '\n"),
                 (("-c", '/bin/echo abc"def ghi"'), 0, "abcdef ghi\r\n"),
                 (("-c", "/none"), 255, "dospwn: execv failed: (2) No such file or directory\r\n"),
-                (("-u", "-5", "pwd"), 0, f"{home}\r\n"),
-                (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\r\n0\r\n"),
+                (("-u", "-5", "pwd"), 0, f"{home}\n"),
+                (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\n0\n"),
                 ((), 120, f"plexrun: no command ({usage})\n"),
-                (("-u", "3000000000"), 120, "plexrun: -u wants a number of 32 bits, not '3000000000'\n"),
-                (("-u", "5x", "ls"), 120, "plexrun: -u wants a number of 32 bits, not '5x'\n"),
+                (("-u", "3000000000"), 120, "plexrun: -u wants a number of 32 bits, not '3000000000' (see plexrun --help)\n"),
+                (("-u", "5x", "ls"), 120, "plexrun: -u wants a number of 32 bits, not '5x' (see plexrun --help)\n"),
                 (("-c",), 120, f"plexrun: -c wants an argument ({usage})\n"),
-                (("-c", "/bin/ls", "x"), 120, "plexrun: -c has the whole command; 'x' is too much\n"),
+                (("-c", "/bin/ls", "x"), 120, f"plexrun: -c has the whole command; 'x' is too much ({usage})\n"),
                 (("-x",), 120, f"plexrun: unknown option '-x' ({usage})\n"),
                 (("ls", "a\\b"), 121, "plexrun: no command line can carry the backslash in 'a\\b'\n"),
                 (("-c", long), 121, "plexrun: longer than 1024 bytes\n"),
@@ -65,7 +65,7 @@ class Plexrun(PlexrunSuite):
                 (("-H", ".", "/bin/echo", long[:1014]), 122,
                  "plexrun: no daemon runs in . (No such file or directory)\n"),
                 (("-H", ".", "/bin/echo", long[:1015]), 121, "plexrun: longer than 1024 bytes\n"),
-                (("./odd",), 126, f"plexrun: cannot execute {home}/./odd: Exec format error\r\n"),
+                (("./odd",), 126, f"plexrun: cannot execute {home}/./odd: Exec format error\n"),
                 (("./tmp",), 126, "plexrun: ./tmp: Permission denied\n"),
                 (("./none",), 127, "plexrun: ./none: command not found\n"),
                 (("none",), 127, "plexrun: none: command not found\n")):
@@ -89,24 +89,15 @@ class Plexrun(PlexrunSuite):
             self.assertEqual(got, (0, "", ""))
             self.assertEqual(slurp("copy"), "|".join(args) + "|")
 
-    def testInputFromAFile(self):
-        lines = "".join(n * "x" + "\n" for n in (0, 3999, 4000, 4001, 4094, 4095, 4096, 8000, 8001, 70000))
-        for script, text, copy in (("cat >copy", "", ""),
-                                   ("cat >copy", "one\ntwo", "one\ntwo"),
-                                   ("cat >copy", lines + "end", lines + "end"),  # longer than a terminal's lines
-                                   ("cat >copy; cat >>copy", "one\n", "one\n")):
-            with self.subTest(script, text=text[:10]):
-                self.assertEqual(self.plexrun("sh", "-c", script, text=text)[::2], (0, ""))
-                self.assertTrue(slurp("copy") == copy, slurp("copy")[:80])
-
     def testOutputIsComplete(self):
-        self.assertTrue(self.plexrun("seq", "20000")[1] == "".join(f"{i}\r\n" for i in range(1, 20001)))
+        self.assertTrue(self.plexrun("-c", "/usr/bin/seq 20000")[1] == "".join(f"{i}\r\n" for i in range(1, 20001)))
         # What the command leaves in the background holds its terminal open, and cannot hold us.
-        code, out, _ = self.plexrun("sh", "-c", "trap '' HUP; sleep 60 & echo $!")
+        code, out, _ = self.plexrun("-c", "/bin/sh -c \"trap '' HUP; sleep 60 & echo $!\"")
         self.assertEqual((code, out[-2:]), (0, "\r\n"))
         os.kill(int(out), signal.SIGKILL)
         self.assertEqual(self.plexrun("sh", "-c", "exec <&- >&- 2>&-; sleep 0.1; exit 3")[0], 3)
-        for script, code, out in (('"$0" yes | head -1', 0, "y\r\n"), ('exec "$0" seq 9 >/dev/full', 125, "")):
+        for script, code, out in (('"$0" -c /usr/bin/yes | head -1', 0, "y\r\n"),
+                                  ("exec \"$0\" -c '/usr/bin/seq 9' >/dev/full", 125, "")):
             self.assertEqual(self.ended(self.popen("sh", "-c", script, PLEXRUN))[:2], (code, out))
 
     def testDaemonsThatMisbehave(self):

@@ -2,6 +2,7 @@
 // console method out; the setting BBSDISP chooses which.
 
 #include "libsrc/plex.h"
+#include "tools/options.h"
 #include "tools/play.h"
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include <cstring>
 #include <sys/ipc.h>
 #include <sys/shm.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace plex {
@@ -18,7 +20,11 @@ namespace {
 
 constexpr unsigned keypause = 10000; // microseconds between two looks at the keyboard
 
-constexpr char usage[] = "usage: conshow [-n NAME] [FILE.ans...]\n";
+constexpr char usage[] =
+    "usage: conshow [-n NAME] [FILE.ans...]\n"
+    "Shows ANSI pictures on a console, and the codes of the keys that come from it.\n"
+    "  -n NAME  the name of the program; \"plexhost\" shares the screen, for plexview\n"
+    "BBSDISP chooses the console: nullcon, xwindow or unixcon.\n";
 
 constexpr char welcome[] =
     "\033[2;5H\033[1;36mconshow\033[0m tries a console out."
@@ -37,18 +43,28 @@ void stop(int /*signo*/) {
     stopped = 1;
 }
 
-[[noreturn]] void fail(const char *what) {
-    fprintf(stderr, "conshow: %s: %s\n", what, strerror(errno));
-    exit(1);
+// Found before the console opens: afterwards there is nowhere good to say it. A pipe can be read
+// only once, so nothing is.
+void checkfile(const char *path) {
+    struct stat st = {};
+    if (access(path, R_OK) != 0 || stat(path, &st) != 0) {
+        fail(1, "%s: %s", path, strerror(errno));
+    }
+    if (S_ISDIR(st.st_mode)) {
+        fail(1, "%s: %s", path, strerror(EISDIR));
+    }
 }
 
-// Found before the console opens: afterwards there is nowhere good to say it.
-void checkfile(const char *path) {
-    FILE *file = fopen(path, "re");
-    if (file == nullptr || (fgetc(file) == EOF && ferror(file) != 0)) {
-        fail(path);
+// What a console that does not open has to say goes to the log, and there is none by default.
+void checkdisplay() {
+    const char *name = getoption("BBSDISP");
+    const auto is = [&](const char *other) { return sameas(name, other) != 0; };
+    if (name != nullptr && !is("nullcon") && !is("xwindow") && !is("unixcon")) {
+        fail(1, "BBSDISP=%s is no console: nullcon, xwindow or unixcon", name);
     }
-    fclose(file);
+    if (getoption("BBSLOG") == nullptr) {
+        setenv("BBSLOG", "stderr", 1);
+    }
 }
 
 // Shared memory that cannot be had would be a catastrophe before there is a screen to show it on.
@@ -66,15 +82,12 @@ void checksegment() {
     const int cause = errno;
     clstrm();
     if (cause == EINVAL) {
-        fprintf(stderr,
-                "conshow: the shared memory with the key %d is too small for a screen; "
-                "remove it with: ipcrm -M %d\n",
-                static_cast<int>(key), static_cast<int>(key));
-    } else {
-        fprintf(stderr, "conshow: the shared memory with the key %d: %s\n", static_cast<int>(key),
-                strerror(cause));
+        fail(1,
+             "the shared memory with the key %d is too small for a screen; "
+             "remove it with: ipcrm -M %d",
+             static_cast<int>(key), static_cast<int>(key));
     }
-    exit(1);
+    fail(1, "the shared memory with the key %d: %s", static_cast<int>(key), strerror(cause));
 }
 
 // Tells in the last row what key came. The picture's own attribute, cursor and open sequence stay.
@@ -151,22 +164,14 @@ void show(int nfiles, char **files) {
 
 int main(int argc, char **argv) {
     const char *name = "conshow";
-    for (int option = 0; (option = getopt(argc, argv, "+n:h")) != -1;) {
-        switch (option) {
-        case 'n':
-            name = optarg;
-            break;
-        case 'h':
-            fputs(plex::usage, stdout);
-            return 0;
-        default:
-            fputs(plex::usage, stderr);
-            return 2;
-        }
+    plex::program = {"conshow", plex::usage};
+    while (plex::nextoption(argc, argv, "+n:") != -1) {
+        name = optarg;
     }
     for (int i = optind; i < argc; i++) {
         plex::checkfile(argv[i]);
     }
+    plex::checkdisplay();
     plex::bgnlog("conshow.log");
     plex::opntrm(0, name);
     plex::checksegment();

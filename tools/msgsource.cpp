@@ -13,17 +13,33 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <map>
 #include <set>
 #include <string_view>
 
-namespace tool {
+namespace plex {
 namespace {
 
-constexpr size_t longestname = sizeof plex::lingo::name - 1;
+constexpr size_t longestname = sizeof lingo::name - 1;
 constexpr long mostmessages = INT16_MAX;     // as the trailer counts them
 constexpr uint64_t tablesroom = 1024 * 1024; // what stands behind the texts is far smaller
-constexpr size_t longesttext = UINT16_MAX;   // as the length table counts, terminator included
+constexpr std::string_view byteorder = "\xEF\xBB\xBF"; // some editors put this mark in front
+constexpr size_t longesttext = UINT16_MAX; // as the length table counts, terminator included
+
+// What C++ has taken: a header that gives such a name a value does not compile.
+constexpr std::string_view taken =
+    " alignas alignof and and_eq asm auto bitand bitor bool break case catch char char16_t char32_t"
+    " char8_t class co_await co_return co_yield compl concept const const_cast consteval constexpr"
+    " constinit continue decltype default delete do double dynamic_cast else enum explicit export"
+    " extern false float for friend goto if inline int long main mutable namespace new noexcept not"
+    " not_eq nullptr operator or or_eq private protected public register reinterpret_cast requires"
+    " return short signed sizeof static static_assert static_cast struct switch template this"
+    " thread_local throw true try typedef typeid typename union unsigned using virtual void"
+    " volatile wchar_t while xor xor_eq ";
+
+bool istaken(const std::string &word) {
+    return taken.find(" " + word + " ") != std::string_view::npos;
+}
 
 bool isname(const std::string &word) {
     const auto letter = [](char c) {
@@ -43,8 +59,10 @@ std::string cutword(std::string &rest) {
     return word;
 }
 
-bool same(const std::string &a, const std::string &b) {
-    return plex::sameas(a.c_str(), b.c_str()) != 0;
+// As names are told apart: without regard to letter case.
+std::string folded(std::string name) {
+    strlwr(name.data());
+    return name;
 }
 
 class Reader {
@@ -64,19 +82,21 @@ private:
     void endmessage();
     void checksize();
     size_t find(const std::string &name) const;
+    bool take();
 
     std::string path;
     Source &source;
     int errors = 0;
-    int number = 0;                // of the line
-    long last = -1;                // the number of the last message
-    std::set<std::string> names;   // of the messages
-    Message *msg = nullptr;        // the message at hand, if any
-    std::string *stored = nullptr; // where its text at hand goes, if there is one
-    std::string bytes;             // that text
-    int textat = 0;                // where it begins
-    bool lines = false;            // whether it has any line
-    bool joined = true;            // no line feed goes before its next line
+    int number = 0;                          // of the line
+    long last = -1;                          // the number of the last message
+    std::set<std::string> names;             // of the messages
+    std::map<std::string, size_t> languages; // the index of each, by its folded name
+    Message *msg = nullptr;                  // the message at hand, if any
+    std::string *stored = nullptr;           // where its text at hand goes, if there is one
+    std::string bytes;                       // that text
+    int textat = 0;                          // where it begins
+    bool lines = false;                      // whether it has any line
+    bool joined = true;                      // no line feed goes before its next line
 };
 
 // Tells an error in line `at`.
@@ -92,9 +112,8 @@ void Reader::fail(int at, const char *format, ...) {
 
 // The index of the language of that name; their number when there is none.
 size_t Reader::find(const std::string &name) const {
-    const auto found = std::find_if(source.languages.begin(), source.languages.end(),
-                                    [&](const std::string &other) { return same(other, name); });
-    return static_cast<size_t>(found - source.languages.begin());
+    const auto found = languages.find(folded(name));
+    return found != languages.end() ? found->second : source.languages.size();
 }
 
 void Reader::language(const std::string &name) {
@@ -105,6 +124,7 @@ void Reader::language(const std::string &name) {
     } else if (find(name) < source.languages.size()) {
         fail(number, "there is a language \"%s\" already", name.c_str());
     } else {
+        languages[folded(name)] = source.languages.size();
         source.languages.push_back(name);
     }
 }
@@ -127,6 +147,8 @@ void Reader::message(std::string &rest) {
     if (!name.empty() && !isname(name)) {
         fail(number, "\"%s\" is not a name: letters, digits and \"_\", no digit first",
              name.c_str());
+    } else if (istaken(name)) {
+        fail(number, "\"%s\" is a word of C++ itself", name.c_str());
     } else if (!name.empty() && !names.insert(name).second) {
         fail(number, "there is a message \"%s\" already", name.c_str());
     }
@@ -234,15 +256,16 @@ void Reader::readline(std::string line) {
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
     }
-    if (!line.empty() && line[0] == '|') {
+    const size_t start = line.find_first_not_of(" \t");
+    if (start != std::string::npos && line[start] == '|') {
         if (stored != nullptr) {
-            addline(line.substr(1));
+            addline(line.substr(start + 1));
         } else {
             fail(number, "this line belongs to no text");
         }
         return;
     }
-    line.resize(static_cast<size_t>(plex::strpln(line.c_str())));
+    line.resize(static_cast<size_t>(strpln(line.c_str())));
     const std::string word = cutword(line);
     if (word.empty() || word[0] == '#') {
         return;
@@ -272,23 +295,41 @@ void Reader::checksize() {
     }
     if (languages == 0) {
         fail(number, "there is no language");
-    } else if (languages > 1 && languages * messages > static_cast<size_t>(plex::mostlengths)) {
+    } else if (languages > INT16_MAX) {
+        fail(number, "%zu languages are more than %d", languages, INT16_MAX);
+    } else if (languages > 1 && languages * messages > static_cast<size_t>(mostlengths)) {
         fail(number, "%zu languages times %zu messages are more than %d", languages, messages,
-             plex::mostlengths);
+             mostlengths);
     } else if (size > INT32_MAX - tablesroom) {
         fail(number, "the texts are too long for one file");
     }
 }
 
-bool Reader::read() {
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    errno = 0;
-    while (std::getline(in, line)) {
-        number++;
-        readline(line);
+bool Reader::take() {
+    FILE *in = fopen(path.c_str(), "re");
+    if (in == nullptr) {
+        return false;
     }
-    if (!in.eof()) {
+    char *line = nullptr;
+    size_t room = 0;
+    for (ssize_t n = 0; (n = getline(&line, &room, in)) > 0;) {
+        number++;
+        std::string_view text(line, static_cast<size_t>(n));
+        if (number == 1 && text.starts_with(byteorder)) {
+            text.remove_prefix(byteorder.size());
+        }
+        readline(std::string(text.substr(0, text.size() - (text.ends_with('\n') ? 1 : 0))));
+    }
+    const bool whole = ferror(in) == 0;
+    const int cause = errno;
+    free(line);
+    fclose(in);
+    errno = cause;
+    return whole;
+}
+
+bool Reader::read() {
+    if (!take()) {
         fprintf(stderr, "plexmsg: cannot read %s: %s\n", path.c_str(), strerror(errno));
         return false;
     }
@@ -300,12 +341,12 @@ bool Reader::read() {
 }
 
 void put32(std::string &out, size_t value) {
-    const int32_t word = plex::nsl2l(static_cast<int32_t>(value));
+    const int32_t word = nsl2l(static_cast<int32_t>(value));
     out.append(reinterpret_cast<const char *>(&word), sizeof word);
 }
 
 void put16(std::string &out, size_t value) {
-    const uint16_t word = plex::nus2l(static_cast<uint16_t>(value));
+    const uint16_t word = nus2l(static_cast<uint16_t>(value));
     out.append(reinterpret_cast<const char *>(&word), sizeof word);
 }
 
@@ -356,4 +397,4 @@ std::string nameheader(const Source &source) {
     return out;
 }
 
-} // namespace tool
+} // namespace plex

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace tool {
+namespace plex {
 
 struct Message {
     std::string name;               // for the programs that show it; empty for none
@@ -27,4 +27,4 @@ std::string messagefile(const Source &source);
 // A C++ header with the numbers of the messages that have names.
 std::string nameheader(const Source &source);
 
-} // namespace tool
+} // namespace plex

@@ -2,6 +2,7 @@
 
 #include "libunix/host/cmdline.h"
 #include "libunix/host/hostlink.h"
+#include "libunix/runtime/process.h"
 
 #include <cerrno>
 #include <csignal>
@@ -9,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -110,7 +110,7 @@ void stopdaemon(OwnDaemon &own) {
             if (ms == patience) {
                 kill(own.pid, SIGKILL);
             }
-            poll(nullptr, 0, 1);
+            delay(1000); // microseconds
         }
     }
     if (!own.home.empty()) {

@@ -1,114 +1,109 @@
 // Makes message files of plain text, and shows what is in them. It reads them with the library's
-// own routines only; the languages of a file stand in for the table that the host would configure.
+// own routines; the languages of a file stand in for the table that the host would configure.
 
 #include "libsrc/plex.h"
 #include "tools/msgsource.h"
+#include "tools/options.h"
+#include "tools/outfile.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
-#include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace plex {
-
-// This program's own fatal-error path: its user sits at a terminal, and wants one line there.
-void catastro(const char *string, ...) {
-    va_list args;
-    va_start(args, string);
-    fputs("plexmsg: ", stderr);
-    vfprintf(stderr, string, args);
-    fputc('\n', stderr);
-    va_end(args);
-    exit(1);
-}
-
-void memcata() {
-    catastro("There is not enough memory to continue.");
-}
-
-} // namespace plex
-
 namespace {
 
-using plex::msgblk;
-
-constexpr int usagestatus = 2;
 constexpr size_t mostshown = 60;             // bytes of a text in a list
 constexpr int32_t longestread = 1024 * 1024; // bytes of a text; a longer one is cut
 
-int usage() {
-    fputs("usage: plexmsg compile [-n NAMES.h] SOURCE.txt OUT.mcv\n"
-          "       plexmsg list FILE.mcv\n"
-          "       plexmsg show [-l LANGUAGE] FILE.mcv N\n",
-          stderr);
-    return usagestatus;
-}
-
-// Writes the file whole or, on failure, not at all.
-bool writefile(const std::string &path, const std::string &bytes) {
-    std::string temp = path + ".XXXXXX";
-    const int fd = mkstemp(temp.data());
-    FILE *out = fd >= 0 ? fdopen(fd, "wb") : nullptr;
-    bool done = false;
-    if (out != nullptr) {
-        const mode_t mask = umask(0);
-        umask(mask);
-        done = fchmod(fd, 0666 & ~mask) == 0 &&
-               fwrite(bytes.data(), 1, bytes.size(), out) == bytes.size();
-        done = fclose(out) == 0 && done;
-        done = done && rename(temp.c_str(), path.c_str()) == 0;
-    }
-    if (!done) {
-        fprintf(stderr, "plexmsg: cannot write %s: %s\n", path.c_str(), strerror(errno));
-        if (fd >= 0) {
-            unlink(temp.c_str());
-        }
-    }
-    return done;
-}
+constexpr char usage[] = "usage: plexmsg compile [-n NAMES.h] SOURCE.txt OUT.mcv\n"
+                         "       plexmsg list FILE.mcv\n"
+                         "       plexmsg show [-l LANGUAGE] FILE.mcv N\n"
+                         "Makes message files of plain text, and shows what is in them.\n";
 
 int compile(const char *source, const char *out, const char *names) {
-    tool::Source parsed;
-    if (!tool::readsource(source, parsed)) {
+    const char *same = samefile(source, out)                         ? out
+                       : names != nullptr && samefile(source, names) ? names
+                       : names != nullptr && samefile(out, names)    ? names
+                                                                     : nullptr;
+    if (same != nullptr) {
+        fail(1, "%s cannot be two files at once", same);
+    }
+    Source parsed;
+    if (!readsource(source, parsed)) {
         return 1;
     }
-    if (!writefile(out, tool::messagefile(parsed))) {
-        return 1;
+    if (!writefile(out, messagefile(parsed))) {
+        fail(1, "cannot write %s: %s", out, strerror(errno));
     }
-    return names == nullptr || writefile(names, tool::nameheader(parsed)) ? 0 : 1;
+    if (names != nullptr && !writefile(names, nameheader(parsed))) {
+        fail(1, "cannot write %s: %s", names, strerror(errno));
+    }
+    return 0;
 }
 
-void addlanguage(int index, const char *name) {
-    auto *lp = static_cast<plex::lingo *>(plex::alczer(sizeof(plex::lingo)));
-    plex::stzcpy(lp->name, name, sizeof lp->name);
-    plex::languages[index] = lp;
+void addlanguage(const char *name) {
+    auto *lp = static_cast<lingo *>(alczer(sizeof(lingo)));
+    stzcpy(lp->name, name, sizeof lp->name);
+    languages[nlingo++] = lp;
 }
 
-// Opens the file with its own languages as the table of languages, and room for its texts. There
-// is one place more in the table than the file has languages, for one that it lacks.
-msgblk *openwithlanguages(const char *file) {
-    msgblk *mb = plex::opnmsg(file);
-    plex::nlingo = mb->lngcnt + 1;
-    plex::alclng();
-    plex::nlingo--;
-    fseek(mb->msgfp, mb->lnglist, SEEK_SET);
-    for (int i = 0; i < plex::nlingo; i++) {
-        char name[sizeof plex::lingo::name];
-        if (plex::fgetstg(name, sizeof name, mb->msgfp) == 0) {
-            while (getc(mb->msgfp) > 0) {
-            }
+// Makes the file's languages the table of languages, with room for one more, and matches the two
+// as opening the file with that table would, but without a search for each name. Returns for each
+// of the file's languages by which of the table a program finds it, -1 for none: the file may hold
+// a name twice, or one that is too long.
+std::vector<int> takelanguages(msgblk *mb) {
+    FILE *file = fopen(mb->filnam, "rbe");
+    if (file == nullptr || fseek(file, mb->lnglist, SEEK_SET) != 0) {
+        fail(1, "%s: %s", mb->filnam, strerror(errno));
+    }
+    nlingo = mb->lngcnt + 1;
+    alclng();
+    mb->mslidx = static_cast<int *>(alczer(static_cast<unsigned>(nlingo) * sizeof(int)));
+    nlingo = 0;
+    std::vector<int> finders(static_cast<size_t>(mb->lngcnt), -1);
+    finders[0] = 0;                   // the default, whatever it is called
+    std::map<std::string, int> first; // of a name
+    for (int i = 0; i < mb->lngcnt; i++) {
+        char name[sizeof lingo::name];
+        const bool whole = fgetstg(name, sizeof name, file) != 0;
+        while (!whole && getc(file) > 0) {
         }
-        addlanguage(i, name);
+        addlanguage(name);
+        const int j = whole ? first.try_emplace(strlwr(name), i).first->second : -1;
+        if (j >= 0 && (i == 0) == (j == 0)) {
+            if (mb->mslidx[j] != 0) {
+                finders[static_cast<size_t>(mb->mslidx[j])] = -1; // the later one counts
+            }
+            mb->mslidx[j] = i;
+            finders[static_cast<size_t>(i)] = j;
+        }
     }
-    const auto size = plex::filelength(fileno(mb->msgfp));
-    plex::inimsg(static_cast<int>(std::clamp<uint64_t>(size, 2, longestread)));
-    plex::clsmsg(mb);
-    plex::rstmbk();
-    return plex::opnmsg(file);
+    fclose(file);
+    return finders;
+}
+
+msgblk *openfile(const char *file) {
+    msgblk *mb = tryopn(file);
+    if (mb != nullptr) {
+        const auto size = filelength(fileno(mb->msgfp));
+        inimsg(static_cast<int>(std::clamp<uint64_t>(size, 2, longestread)));
+        return mb;
+    }
+    fail(1, "%s", msgwhy());
+}
+
+const char *text(int number) {
+    const char *bytes = tryraw(number);
+    if (bytes == nullptr) {
+        fail(1, "%s", msgwhy());
+    }
+    return bytes;
 }
 
 // The bytes stored for a message in one of the file's languages.
@@ -117,11 +112,11 @@ int textlength(const msgblk *mb, int number, int lang) {
                           : mb->msgloc[number + 1] - mb->msgloc[number];
 }
 
-// As it can be written on one line of a terminal.
-std::string printable(const char *text) {
+// As it can be written on one line of a terminal, cut where it is longer than a list shows.
+std::string printable(const char *bytes) {
     std::string line;
-    for (; *text != '\0' && line.size() < mostshown; text++) {
-        const auto byte = static_cast<unsigned char>(*text);
+    for (; *bytes != '\0' && line.size() < mostshown; bytes++) {
+        const auto byte = static_cast<unsigned char>(*bytes);
         char code[8];
         if (byte == '\n') {
             line += "\\n";
@@ -131,29 +126,34 @@ std::string printable(const char *text) {
             snprintf(code, sizeof code, "\\x%02X", byte);
             line += code;
         } else {
-            line += *text;
+            line += *bytes;
         }
     }
-    return '"' + line + (*text != '\0' ? "\"..." : "\"");
+    return '"' + line + (*bytes != '\0' ? "\"..." : "\"");
+}
+
+// A language's name on a terminal.
+std::string languagename(int lang) {
+    const std::string quoted = printable(languages[lang]->name);
+    return quoted.substr(1, quoted.size() - 2);
 }
 
 int list(const char *file) {
-    const msgblk *mb = openwithlanguages(file);
+    msgblk *mb = openfile(file);
+    const std::vector<int> finders = takelanguages(mb);
     printf("%s: %d languages, %d messages\n", mb->filnam, mb->lngcnt, mb->msgcnt);
     for (int lang = 0; lang < mb->lngcnt; lang++) {
-        // A program finds a language by its name, and the file may hold a name twice.
-        const bool found = mb->mslidx[lang] == lang;
-        printf("language %d %s%s\n", lang, plex::languages[lang]->name,
-               found ? "" : " (never found)");
+        printf("language %d %s%s\n", lang, languagename(lang).c_str(),
+               finders[static_cast<size_t>(lang)] >= 0 ? "" : " (never found)");
     }
     for (int number = 0; number < mb->msgcnt; number++) {
         bool any = false;
         for (int lang = 0; lang < mb->lngcnt; lang++) {
             const int length = textlength(mb, number, lang);
-            if (length > 0 && mb->mslidx[lang] == lang) {
-                plex::clingo = lang;
-                printf("message %d %s %d %s\n", number, plex::languages[lang]->name, length,
-                       printable(plex::rawmsg(number)).c_str());
+            clingo = finders[static_cast<size_t>(lang)];
+            if (length > 0 && clingo >= 0) {
+                printf("message %d %s %d %s\n", number, languagename(lang).c_str(), length,
+                       printable(text(number)).c_str());
                 any = true;
             }
         }
@@ -164,78 +164,78 @@ int list(const char *file) {
     return 0;
 }
 
+// Chooses the language to show a message in.
+void speak(const char *file, const char *language) {
+    clingo = lngfnd(language);
+    if (clingo >= 0) {
+        return;
+    }
+    if (strchr(language, '/') == nullptr || strlen(language) >= sizeof lingo::name) {
+        fail(1, "%s has no language \"%s\", or several", file, language);
+    }
+    clingo = nlingo; // one that the file lacks falls back like any other
+    addlanguage(language);
+}
+
 int show(const char *file, const char *number, const char *language) {
     char *end = nullptr;
     errno = 0;
     const long n = strtol(number, &end, 10);
     if (end == number || *end != '\0' || errno != 0 || n < 0 || n > INT16_MAX) {
-        fprintf(stderr, "plexmsg: \"%s\" is not a message number\n", number);
-        return 1;
+        fail(1, "\"%s\" is not a message number", number);
     }
-    openwithlanguages(file);
+    takelanguages(openfile(file));
     if (language != nullptr) {
-        plex::clingo = plex::lngfnd(language);
-        if (plex::clingo < 0) {
-            if (strchr(language, '/') == nullptr || strlen(language) >= sizeof plex::lingo::name) {
-                fprintf(stderr, "plexmsg: %s has no language \"%s\", or several\n", file, language);
-                return 1;
-            }
-            // A language that the file lacks falls back like any other.
-            plex::clingo = plex::nlingo++;
-            addlanguage(plex::clingo, language);
-            plex::clsmsg(plex::curmbk);
-            plex::rstmbk();
-            plex::opnmsg(file);
-        }
+        speak(file, language);
     }
-    const char *text = plex::rawmsg(static_cast<int>(n));
-    const char *wanted = plex::languages[plex::clingo]->name;
-    if (plex::rlingo != plex::clingo) {
-        fprintf(stderr, "plexmsg: no text in %s, this is %s\n", wanted,
-                plex::languages[plex::rlingo]->name);
+    const char *bytes = text(static_cast<int>(n));
+    if (rlingo != clingo) {
+        fprintf(stderr, "plexmsg: no text in %s, this is %s\n", languagename(clingo).c_str(),
+                languagename(rlingo).c_str());
     }
-    const size_t length = strlen(text);
-    fwrite(text, 1, length, stdout);
-    if (length == 0 || text[length - 1] != '\n') {
+    const size_t length = strlen(bytes);
+    fwrite(bytes, 1, length, stdout);
+    if (length == 0 || bytes[length - 1] != '\n') {
         putchar('\n');
     }
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    const std::string command = argc > 1 ? argv[1] : "";
-    const char *names = nullptr;
-    const char *language = nullptr;
-    optind = 2;
-    for (int option = 0; (option = getopt(argc, argv,
-                                          command == "compile" ? "n:"
-                                          : command == "show"  ? "l:"
-                                                               : "")) != -1;) {
-        if (option == 'n') {
-            names = optarg;
-        } else if (option == 'l') {
-            language = optarg;
-        } else {
-            return usage();
-        }
+int run(int argc, char **argv) {
+    program = {.name = "plexmsg", .usage = usage};
+    while (nextoption(argc, argv, "+") != -1) {
+    }
+    if (optind == argc) {
+        wronguse("what to do is missing: compile, list or show");
+    }
+    argc -= optind;
+    argv += optind;
+    optind = 0; // and the search starts again behind the command, by its own rules
+    const std::string command = argv[0];
+    const bool compiles = command == "compile";
+    const bool shows = command == "show";
+    if (!compiles && !shows && command != "list") {
+        wronguse("'%s' is neither compile nor list nor show", command.c_str());
+    }
+    const char *value = nullptr; // the one option that each of them has at most
+    while (nextoption(argc, argv, compiles ? "n:" : shows ? "l:" : "") != -1) {
+        value = optarg;
     }
     char **args = argv + optind;
-    const int count = argc - optind;
-    int status = 0;
-    if (command == "compile" && count == 2) {
-        status = compile(args[0], args[1], names);
-    } else if (command == "list" && count == 1) {
-        status = list(args[0]);
-    } else if (command == "show" && count == 2) {
-        status = show(args[0], args[1], language);
-    } else {
-        return usage();
+    const int wanted = compiles || shows ? 2 : 1;
+    if (argc - optind != wanted) {
+        wronguse("%s takes %d words, not %d", command.c_str(), wanted, argc - optind);
     }
-    if (fflush(stdout) != 0) {
-        perror("plexmsg: standard output");
-        return 1;
-    }
+    return compiles ? compile(args[0], args[1], value)
+           : shows  ? show(args[0], args[1], value)
+                    : list(args[0]);
+}
+
+} // namespace
+} // namespace plex
+
+int main(int argc, char **argv) {
+    const int status = plex::run(argc, argv);
+    plex::flushoutput();
     return status;
 }

@@ -3,6 +3,7 @@
 #include "libunix/host/cmdline.h"
 #include "libunix/host/hostlink.h"
 #include "libunix/runtime/process.h"
+#include "tools/options.h"
 #include "tools/owndaemon.h"
 #include "tools/relay.h"
 #include "tools/stub.h"
@@ -10,7 +11,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +22,7 @@
 #include <string>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
@@ -33,7 +34,11 @@ constexpr const char *USAGE =
     "       plexrun [-v] [-u USRNUM] [-H HOME] -c 'COMMAND LINE'\n"
     "Runs a command on a pseudo-terminal through vosterd: through one of its own,\n"
     "or through the one that runs in HOME. Exits as the command does; plexrun(1)\n"
-    "has the statuses that are its own.\n";
+    "has the statuses that are its own.\n"
+    "  -c LINE    the command line as the daemon is to get it\n"
+    "  -H HOME    the home of a running daemon\n"
+    "  -u USRNUM  the user for whom it runs, 0 by default\n"
+    "  -v         tell what the host sees\n";
 
 // What plexrun itself has to say. The rest are the command's: its exit code, or 128 + the signal.
 enum : int {
@@ -48,7 +53,7 @@ enum : int {
 };
 
 constexpr int patience = 5000; // milliseconds for a daemon to start, and to answer
-constexpr int setup = 2000;    // and for a command to take its terminal
+constexpr int opening = 2000;  // and for a command to take its terminal
 
 struct Options {
     int usrnum = 0;
@@ -60,22 +65,15 @@ struct Options {
 
 OwnDaemon own;
 int signals = -1;
+int stub = -1; // where the one before the command asks, if there is one
 
-[[noreturn, gnu::format(printf, 2, 3)]] void fail(int status, const char *fmt, ...) {
+void cleanup() {
     restoreterminal();
     stopdaemon(own);
-    va_list args;
-    va_start(args, fmt);
-    fputs("plexrun: ", stderr);
-    vfprintf(stderr, fmt, args);
-    fputc('\n', stderr);
-    va_end(args);
-    exit(status);
 }
 
 [[noreturn]] void endby(int signo) {
-    restoreterminal();
-    stopdaemon(own);
+    cleanup();
     signal(signo, SIG_DFL);
     sigset_t none;
     sigemptyset(&none);
@@ -84,60 +82,56 @@ int signals = -1;
     exit(128 + signo);
 }
 
+int usernumber(const char *text) {
+    char *end = nullptr;
+    errno = 0;
+    const long long n = strtoll(text, &end, 10);
+    if (end == text || *end != '\0' || errno != 0 || n < INT32_MIN || n > INT32_MAX) {
+        wronguse("-u wants a number of 32 bits, not '%s'", text);
+    }
+    return static_cast<int>(n);
+}
+
 Options options(int argc, char **argv) {
-    static const option longs[] = {{"help", no_argument, nullptr, 'h'}, {nullptr, 0, nullptr, 0}};
     Options opts;
-    opterr = 0;
-    for (int c = 0; (c = getopt_long(argc, argv, "+:u:H:c:vh", longs, nullptr)) != -1;) {
+    for (int c = 0; (c = nextoption(argc, argv, "+u:H:c:v")) != -1;) {
         switch (c) {
-        case 'u': {
-            char *end = nullptr;
-            errno = 0;
-            const long long n = strtoll(optarg, &end, 10);
-            if (end == optarg || *end != '\0' || errno != 0 || n < INT32_MIN || n > INT32_MAX) {
-                fail(WRONGUSE, "-u wants a number of 32 bits, not '%s'", optarg);
-            }
-            opts.usrnum = static_cast<int>(n);
+        case 'u':
+            opts.usrnum = usernumber(optarg);
             break;
-        }
         case 'H':
             opts.home = optarg;
             break;
         case 'c':
             opts.line = optarg;
             break;
-        case 'v':
-            opts.verbose = true;
-            break;
-        case 'h':
-            fputs(USAGE, stdout);
-            exit(0);
-        case ':':
-            fail(WRONGUSE, "-%c wants an argument (see plexrun --help)", optopt);
         default:
-            fail(WRONGUSE, "unknown option '%s' (see plexrun --help)", argv[optind - 1]);
+            opts.verbose = true;
         }
     }
     opts.args.assign(argv + optind, argv + argc);
     if (opts.line != nullptr && !opts.args.empty()) {
-        fail(WRONGUSE, "-c has the whole command; '%s' is too much", opts.args[0].c_str());
+        wronguse("-c has the whole command; '%s' is too much", opts.args[0].c_str());
     }
     if (opts.line == nullptr && opts.args.empty()) {
-        fail(WRONGUSE, "no command (see plexrun --help)");
+        wronguse("no command");
     }
     return opts;
 }
 
 // Signals come through a descriptor from here on. The ones that would end this process must not do
-// so before the terminal is given back and the daemon gone; one that whoever started us had ignored
-// stays ignored.
+// so before the terminal is given back and the daemon gone. One that whoever started us had ignored
+// stays ignored: a blocked signal would come through the descriptor all the same.
 void watchsignals() {
     sigset_t set;
     sigemptyset(&set);
     for (const int signo :
          {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGALRM, SIGVTALRM, SIGPROF, SIGUSR1, SIGUSR2, SIGPIPE,
           SIGIO, SIGXCPU, SIGXFSZ, SIGTSTP, SIGCONT, SIGWINCH}) {
-        sigaddset(&set, signo);
+        struct sigaction now = {};
+        if (sigaction(signo, nullptr, &now) == 0 && now.sa_handler != SIG_IGN) {
+            sigaddset(&set, signo);
+        }
     }
     sigprocmask(SIG_BLOCK, &set, nullptr);
     signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
@@ -168,7 +162,7 @@ bool wait(int fd, int milliseconds) {
 }
 
 // The path that `opts`' command is to be executed by.
-std::string program(const Options &opts) {
+std::string programpath(const Options &opts) {
     const std::string &name = opts.args[0];
     // Whether a path is good is for a running daemon to find out, with its own eyes.
     if (opts.home != nullptr && name.find('/') != std::string::npos) {
@@ -197,30 +191,8 @@ std::string commandline(const Options &opts, const std::string &path) {
     return line;
 }
 
-// With -H the running daemon's link; else that of a daemon made for this command alone.
-std::string connectdaemon(const Options &opts) {
-    if (opts.home != nullptr) {
-        std::string line = commandline(opts, opts.line == nullptr ? program(opts) : std::string());
-        own.link = hostopen(opts.home);
-        if (own.link < 0) {
-            fail(NODAEMON, "no daemon runs in %s (%s)", opts.home, strerror(errno));
-        }
-        return line;
-    }
-    const std::string path = opts.line == nullptr ? program(opts) : std::string();
-    std::string why = makehome(own);
-    if (!why.empty()) {
-        fail(BROKEN, "%s", why.c_str());
-    }
-    std::string link;
-    if (opts.line == nullptr) {
-        link = makestub(own, path);
-        if (link.empty()) {
-            fail(BROKEN, "cannot make a link in %s: %s", own.home.c_str(), strerror(errno));
-        }
-    }
-    std::string line = commandline(opts, link);
-    why = startdaemon(own);
+void startown() {
+    std::string why = startdaemon(own);
     if (!why.empty()) {
         fail(NODAEMON, "%s", why.c_str());
     }
@@ -234,14 +206,64 @@ std::string connectdaemon(const Options &opts) {
     if (joined <= 0) {
         fail(NODAEMON, joined < 0 ? "vosterd ended at once" : "vosterd does not start");
     }
+}
+
+// With -H the running daemon's link; else that of a daemon made for this command alone.
+std::string connectdaemon(const Options &opts) {
+    const std::string path = opts.line == nullptr ? programpath(opts) : std::string();
+    if (opts.home != nullptr) {
+        std::string line = commandline(opts, path);
+        own.link = hostopen(opts.home);
+        if (own.link < 0) {
+            fail(NODAEMON, "no daemon runs in %s (%s)", opts.home, strerror(errno));
+        }
+        return line;
+    }
+    const std::string why = makehome(own);
+    if (!why.empty()) {
+        fail(BROKEN, "%s", why.c_str());
+    }
+    const std::string link = opts.line == nullptr ? makestub(own, path) : std::string();
+    if (opts.line == nullptr && link.empty()) {
+        fail(BROKEN, "cannot make a link in %s: %s", own.home.c_str(), strerror(errno));
+    }
+    std::string line = commandline(opts, link);
+    startown();
+    if (opts.line == nullptr) {
+        stub = awaitstub(own);
+        if (stub < 0) {
+            fail(BROKEN, "cannot make an endpoint in %s", own.home.c_str());
+        }
+    }
     return line;
 }
 
-// The descriptor comes before the command has opened its terminal. Until then an interrupt that is
-// typed meets nobody, and a look at what is unread, which opens the terminal too, would hang it up.
-void waitforsetup(int master) {
-    for (int ms = 0; ms < setup && tcgetpgrp(master) <= 0 && !wait(own.link, 1); ms++) {
+// Sets the command's terminal up, and returns a descriptor of the slave: without one a command that
+// has closed its terminal, or never got one for its standard descriptors, would have hung it up,
+// and could open it again unheard. Before the command has it nobody must open it and close it, and
+// an interrupt that is typed meets nobody. A stub has it and waits to be answered; others are on
+// their way, and that they take over settings of ours is likely, not certain.
+int setup(int master) {
+    struct termios settings = {};
+    const int eof = endoffile();
+    if (eof >= 0 && tcgetattr(master, &settings) == 0) {
+        settings.c_cc[VEOF] = static_cast<cc_t>(eof);
+        tcsetattr(master, TCSANOW, &settings);
     }
+    followsize(master);
+    bool asked = false;
+    if (stub >= 0) {
+        while (!(asked = wait(stub, 100)) && !wait(own.link, 0)) {
+        }
+    } else {
+        for (int ms = 0; ms < opening && tcgetpgrp(master) <= 0 && !wait(own.link, 1); ms++) {
+        }
+    }
+    const int slave = ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (asked) {
+        answerstub(stub);
+    }
+    return slave;
 }
 
 void tell(const char *what, const clientmsg &record) {
@@ -259,7 +281,7 @@ void tellend(int usrnum, int status) {
     }
 }
 
-// Asks for the command; the terminal's master.
+// Asks for the command; its terminal's master.
 int start(const Options &opts, const std::string &line) {
     if (hostrun(own.link, opts.usrnum, line) != 0) {
         if (errno == E2BIG) {
@@ -293,15 +315,26 @@ int start(const Options &opts, const std::string &line) {
     if (opts.verbose) {
         fprintf(stderr, "descriptor: the master of %s\n", ptsname(master));
     }
-    waitforsetup(master);
     return master;
 }
 
 int session(const Options &opts) {
     const std::string line = connectdaemon(opts);
     const int master = start(opts, line);
+    const int slave = setup(master);
     rawterminal();
-    const Ending ending = relay({signals, own.link, opts.usrnum, master});
+    // What a stub took over is the command's alone. Its terminal is not part of that: what is
+    // written there, errors and prompts, goes past an output that is none.
+    const bool taken = stub >= 0;
+    const Ending ending = relay({
+        .signals = signals,
+        .link = own.link,
+        .usrnum = opts.usrnum,
+        .master = master,
+        .slave = slave,
+        .input = !taken || isatty(STDIN_FILENO) != 0 ? STDIN_FILENO : -1,
+        .output = !taken || isatty(STDOUT_FILENO) != 0 ? STDOUT_FILENO : STDERR_FILENO,
+    });
     switch (ending.how) {
     case Ending::signalled:
         endby(ending.value);
@@ -326,6 +359,7 @@ int session(const Options &opts) {
 int main(int argc, char **argv) {
     plex::runstub(argv);
     plex::standardfds();
+    plex::program = {"plexrun", plex::USAGE, plex::WRONGUSE, plex::cleanup};
     const plex::Options opts = plex::options(argc, argv);
     plex::watchsignals();
     return plex::session(opts);

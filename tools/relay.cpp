@@ -1,11 +1,8 @@
 // One loop around poll, a buffer each way, and nothing else that waits: a command that does not
 // read, an output that is stopped and a signal must never keep each other from being served.
 //
-// Input from a file or a pipe ends, and a terminal has no end: it has an end-of-file character,
-// which acts once, on the reader that it meets. A file stays at its end, whoever reads. So after
-// the input's end the character is typed whenever the command's terminal has nothing left to be
-// read; what throws typed-ahead input away, or is run by the one that got the first, meets the
-// next.
+// Input that is at its end has its end typed, as a person would: the end-of-file character acts
+// once, on the reader that it meets.
 
 #include "tools/relay.h"
 
@@ -31,10 +28,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A line that is edited holds 4095 bytes; the kernel throws away what goes beyond.
-constexpr size_t maxline = 4000;
-constexpr int firsttick = 5; // milliseconds between looks at what the command has left to read
-constexpr int lasttick = 200;
 // What was left running in the background may hold the terminal open after the command's end. That
 // it is told to hang up takes it this long at most; else it is let go.
 constexpr std::chrono::milliseconds grace(300);
@@ -42,7 +35,7 @@ constexpr size_t leftover = 1 << 17; // more than a terminal holds: the command'
 
 struct Flow {
     Session session;
-    int out;             // standard output, of our own opening where that can be had
+    int out;             // the output, of our own opening where that can be had
     bool outsocket;      // not so with a socket
     std::string typing;  // for the command
     std::string showing; // for the user
@@ -52,9 +45,7 @@ struct Flow {
     int status = 0;
     Clock::time_point letgo; // and this is when the rest is let go
     size_t since = 0;        // bytes shown since then
-    size_t line = 0;         // bytes of the unfinished line that were typed
-    bool unfinished = false; // the input's last line has no end
-    int tick = firsttick;
+    bool unfinished = false; // the last line that was typed has no end
 };
 
 // Whether `fd` can be read now.
@@ -63,73 +54,40 @@ bool pending(int fd) {
     return poll(&pfd, 1, 0) > 0;
 }
 
-// Standard output may be shared with others, who do not expect it to become non-blocking. A
+// The output may be shared with others, who do not expect it to become non-blocking. A
 // terminal or a pipe is opened once more for that; a file needs it not.
 void openoutput(Flow &flow) {
     struct stat st = {};
-    flow.out = STDOUT_FILENO;
-    if (fstat(STDOUT_FILENO, &st) != 0) {
+    flow.out = flow.session.output;
+    if (fstat(flow.out, &st) != 0) {
         return;
     }
     flow.outsocket = S_ISSOCK(st.st_mode);
     if (S_ISCHR(st.st_mode) || S_ISFIFO(st.st_mode)) {
-        const int fd = open("/proc/self/fd/1", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        flow.out = fd >= 0 ? fd : STDOUT_FILENO;
+        const std::string name = "/proc/self/fd/" + std::to_string(flow.out);
+        const int fd = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        flow.out = fd >= 0 ? fd : flow.out;
     }
 }
 
-// Takes what was read from the input. What no terminal gave may have lines that no terminal can
-// hold: an end-of-file character within a line passes on what there is of it.
-void take(Flow &flow, const char *bytes, size_t len) {
+// Behind an unfinished line the first character passes that on.
+void typeend(Flow &flow) {
     struct termios settings = {};
-    const bool edited =
-        tcgetattr(flow.session.master, &settings) == 0 && (settings.c_lflag & ICANON) != 0;
-    for (size_t i = 0; i < len; i++) {
-        flow.typing += bytes[i];
-        flow.line = bytes[i] == '\n' ? 0 : flow.line + 1;
-        if (flow.line == maxline) {
-            flow.line = 0;
-            if (edited && isatty(STDIN_FILENO) == 0) {
-                flow.typing += static_cast<char>(settings.c_cc[VEOF]);
-            }
-        }
+    flow.inputended = true;
+    if (tcgetattr(flow.session.master, &settings) == 0) {
+        flow.typing.assign(flow.unfinished ? 2 : 1, static_cast<char>(settings.c_cc[VEOF]));
     }
-    flow.unfinished = bytes[len - 1] != '\n';
 }
 
 void readinput(Flow &flow) {
     char bytes[2048];
-    const ssize_t n = read(STDIN_FILENO, bytes, sizeof bytes);
+    const ssize_t n = read(flow.session.input, bytes, sizeof bytes);
     if (n > 0) {
-        take(flow, bytes, static_cast<size_t>(n));
+        flow.typing.assign(bytes, static_cast<size_t>(n));
+        flow.unfinished = bytes[n - 1] != '\n';
     } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
-        flow.inputended = true;
+        typeend(flow);
     }
-}
-
-// The input is at its end and all of it is typed: types the end, unless what is typed waits still.
-void typeend(Flow &flow) {
-    // Before the command has its terminal ours would be the only look at it, and the end of that
-    // look a hang-up.
-    if (tcgetsid(flow.session.master) < 0) {
-        return;
-    }
-    const int slave = ioctl(flow.session.master, TIOCGPTPEER, O_RDONLY | O_NOCTTY | O_CLOEXEC);
-    const bool unread = slave >= 0 && pending(slave);
-    if (slave >= 0) {
-        close(slave);
-    }
-    struct termios settings = {};
-    flow.tick = std::min(flow.tick * 2, lasttick);
-    if (unread || tcgetattr(flow.session.master, &settings) != 0) {
-        return;
-    }
-    // Line editors of their own know the character too, on an empty line alone.
-    if ((settings.c_lflag & ICANON) == 0 && flow.unfinished) {
-        flow.typing += '\n';
-        flow.unfinished = false;
-    }
-    flow.typing += static_cast<char>(settings.c_cc[VEOF]);
 }
 
 void type(Flow &flow) {
@@ -147,7 +105,6 @@ void readmaster(Flow &flow) {
     if (n > 0) {
         flow.showing.assign(bytes, static_cast<size_t>(n));
         flow.since += flow.ended ? flow.showing.size() : 0;
-        flow.tick = firsttick;
     } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
         flow.hungup = true;
     }
@@ -175,15 +132,9 @@ bool readlink(Flow &flow) {
         flow.ended = true;
         flow.status = record.message;
         flow.letgo = Clock::now() + grace;
+        close(flow.session.slave);
     }
     return true;
-}
-
-void followsize(const Flow &flow) {
-    struct winsize size = {};
-    if (terminalsize(size)) {
-        ioctl(flow.session.master, TIOCSWINSZ, &size);
-    }
 }
 
 // The signal that ends the session, or 0.
@@ -204,17 +155,17 @@ int readsignal(Flow &flow) {
     default:
         return static_cast<int>(info.ssi_signo);
     }
-    followsize(flow); // it may have changed while we stood still
+    followsize(flow.session.master); // it may have changed while we stood still
     return 0;
 }
 
 int milliseconds(const Flow &flow) {
-    if (flow.ended) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(flow.letgo - Clock::now());
-        return std::max(static_cast<int>(left.count()), 0);
+    if (!flow.ended) {
+        return -1;
     }
-    return flow.inputended && flow.typing.empty() && !flow.hungup ? flow.tick : -1;
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(flow.letgo - Clock::now());
+    return std::max(static_cast<int>(left.count()), 0);
 }
 
 // Whether the terminal has given all it will.
@@ -230,6 +181,7 @@ Ending run(Flow &flow) {
         }
         const bool canread = flow.showing.empty() && !flow.hungup;
         const bool canwrite = !flow.typing.empty() && !flow.hungup;
+        const bool typeable = flow.typing.empty() && !flow.inputended && !flow.hungup;
         const auto masterevents =
             static_cast<short>((canread ? POLLIN : 0) | (canwrite ? POLLOUT : 0));
         // An entry that asks for nothing would still report a hang-up, over and over.
@@ -237,15 +189,10 @@ Ending run(Flow &flow) {
             {flow.session.signals, POLLIN, 0},
             {flow.ended ? -1 : flow.session.link, POLLIN, 0},
             {masterevents != 0 ? flow.session.master : -1, masterevents, 0},
-            {!flow.inputended && flow.typing.empty() && !flow.hungup ? STDIN_FILENO : -1, POLLIN,
-             0},
+            {typeable ? flow.session.input : -1, POLLIN, 0},
             {flow.showing.empty() ? -1 : flow.out, POLLOUT, 0},
         };
-        const int n = poll(fds, std::size(fds), milliseconds(flow));
-        if (n == 0 && !flow.ended) {
-            typeend(flow);
-        }
-        if (n <= 0) {
+        if (poll(fds, std::size(fds), milliseconds(flow)) <= 0) {
             continue;
         }
         const int signo = fds[0].revents != 0 ? readsignal(flow) : 0;
@@ -281,12 +228,10 @@ Ending run(Flow &flow) {
 Ending relay(const Session &session) {
     Flow flow = {};
     flow.session = session;
-    flow.tick = firsttick;
     fcntl(session.master, F_SETFL, O_RDWR | O_NONBLOCK);
     openoutput(flow);
-    followsize(flow);
     const Ending ending = run(flow);
-    if (flow.out != STDOUT_FILENO) {
+    if (flow.out != session.output) {
         close(flow.out);
     }
     return ending;

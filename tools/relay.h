@@ -8,6 +8,9 @@ struct Session {
     int link;    // the daemon
     int usrnum;
     int master; // the command's terminal
+    int slave;  // the same, open as commands have it; closed when the command has ended
+    int input;  // what is typed there, -1 for nothing
+    int output; // where goes what it shows
 };
 
 struct Ending {
@@ -20,7 +23,7 @@ struct Ending {
     int value;
 };
 
-// Relays standard input, standard output and the window's size. The output is complete when it
+// Relays input, output and the window's size. The output is complete when it
 // returns Ending::command: all that the command wrote has been written.
 Ending relay(const Session &session);
 

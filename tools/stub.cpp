@@ -1,12 +1,15 @@
 #include "tools/stub.h"
 
-#include "tools/terminal.h"
+#include "libunix/plumbing/csfd.h"
+#include "libunix/plumbing/svr4fd.h"
 
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <initializer_list>
 #include <unistd.h>
 
@@ -16,21 +19,39 @@ namespace {
 constexpr const char *LINK = "PLEXRUN_LINK";       // the link, as this process is then called
 constexpr const char *PROGRAM = "PLEXRUN_PROGRAM"; // what it stands for
 constexpr const char *DIRECTORY = "PLEXRUN_DIRECTORY";
-constexpr const char *WINDOW = "PLEXRUN_WINDOW"; // rows, columns, pixels across and down
 constexpr const char *CONFIG = "PLEXRUN_CONFIG"; // the user's own BBSCONFIG
 
+constexpr const char *ASKING = "stub"; // the endpoint, in the daemon's home
+
+constexpr std::array standard = {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
+
 void clearwords() {
-    for (const char *name : {LINK, PROGRAM, DIRECTORY, WINDOW, CONFIG}) {
+    for (const char *name : {LINK, PROGRAM, DIRECTORY, CONFIG}) {
         unsetenv(name);
     }
 }
 
-void setwindow(const char *text) {
-    struct winsize size = {};
-    if (text != nullptr && sscanf(text, "%hu %hu %hu %hu", &size.ws_row, &size.ws_col,
-                                  &size.ws_xpixel, &size.ws_ypixel) == 4) {
-        ioctl(STDIN_FILENO, TIOCSWINSZ, &size);
+// What cannot be is told on the command's terminal, or where its errors go.
+[[noreturn]] void giveup(const char *what, const char *name, int status) {
+    fprintf(stderr, "plexrun: cannot %s %s: %s\n", what, name, strerror(errno));
+    exit(status);
+}
+
+// Asks for the descriptors, and takes them in place of the terminal: those that are given, in their
+// order, and a terminal where there is none to give.
+void takedescriptors() {
+    const int link = fdserver(ASKING); // commands start in the daemon's home
+    for (const int fd : standard) {
+        const int given = link >= 0 ? recv_fd(link) : -1;
+        if (given < 0) {
+            giveup("get", "its descriptors", 125);
+        }
+        if (isatty(given) == 0) {
+            dup2(given, fd);
+        }
+        close(given);
     }
+    close(link);
 }
 
 } // namespace
@@ -54,18 +75,29 @@ std::string makestub(const OwnDaemon &own, const std::string &program) {
         setenv(DIRECTORY, cwd, 1);
         free(cwd);
     }
-    struct winsize size = {};
-    if (terminalsize(size)) {
-        char text[32];
-        snprintf(text, sizeof text, "%u %u %u %u", size.ws_row, size.ws_col, size.ws_xpixel,
-                 size.ws_ypixel);
-        setenv(WINDOW, text, 1);
-    }
     const char *config = getenv("BBSCONFIG");
     if (config != nullptr) {
         setenv(CONFIG, config, 1);
     }
     return link;
+}
+
+int awaitstub(const OwnDaemon &own) {
+    // Through the open directory: the address of a socket has room for a hundred bytes of path.
+    const int dir = open(own.home.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const int endpoint = lsnsoc(("/proc/self/fd/" + std::to_string(dir) + "/" + ASKING).c_str());
+    close(dir);
+    return endpoint;
+}
+
+bool answerstub(int endpoint) {
+    const int link = acceptfd(endpoint);
+    bool done = link >= 0;
+    for (const int fd : standard) {
+        done = done && send_fd(link, fd) == 0;
+    }
+    close(link);
+    return done;
 }
 
 void runstub(char **argv) {
@@ -74,12 +106,11 @@ void runstub(char **argv) {
     if (link == nullptr || name == nullptr || argv[0] == nullptr || strcmp(argv[0], link) != 0) {
         return;
     }
+    takedescriptors();
     const char *directory = getenv(DIRECTORY);
     if (directory != nullptr && chdir(directory) != 0) {
-        fprintf(stderr, "plexrun: cannot enter %s: %s\n", directory, strerror(errno));
-        exit(126);
+        giveup("enter", directory, 126);
     }
-    setwindow(getenv(WINDOW));
     const std::string program = name; // the environment's own goes
     const char *config = getenv(CONFIG);
     if (config != nullptr) {
@@ -90,9 +121,7 @@ void runstub(char **argv) {
     clearwords();
     argv[0] = const_cast<char *>(program.c_str());
     execv(argv[0], argv);
-    const int cause = errno;
-    fprintf(stderr, "plexrun: cannot execute %s: %s\n", argv[0], strerror(cause));
-    exit(cause == ENOENT ? 127 : 126);
+    giveup("execute", argv[0], errno == ENOENT ? 127 : 126);
 }
 
 } // namespace plex

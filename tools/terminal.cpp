@@ -44,6 +44,9 @@ void resumeterminal() {
     }
     struct termios settings = saved;
     cfmakeraw(&settings);
+    if (isatty(STDOUT_FILENO) == 0) {
+        settings.c_oflag = saved.c_oflag; // whoever reads our output may write lines there
+    }
     raw = tcsetattr(STDIN_FILENO, TCSANOW, &settings) == 0;
 }
 
@@ -59,6 +62,11 @@ void suspend() {
     resumeterminal();
 }
 
+int endoffile() {
+    struct termios settings = {};
+    return tcgetattr(STDIN_FILENO, &settings) == 0 ? settings.c_cc[VEOF] : -1;
+}
+
 bool terminalsize(struct winsize &size) {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (isatty(fd) != 0) {
@@ -66,6 +74,13 @@ bool terminalsize(struct winsize &size) {
         }
     }
     return false;
+}
+
+void followsize(int master) {
+    struct winsize size = {};
+    if (terminalsize(size)) {
+        ioctl(master, TIOCSWINSZ, &size);
+    }
 }
 
 } // namespace plex

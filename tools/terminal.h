@@ -21,8 +21,14 @@ void resumeterminal();
 // Gives it back, stops this process as SIGTSTP does, and returns when it continues.
 void suspend();
 
+// The end-of-file character of the terminal on standard input; -1 when there is no terminal.
+int endoffile();
+
 // The size of the terminal on standard input, output or error, the first that is one. False when
 // none is.
 bool terminalsize(struct winsize &size);
+
+// Gives the terminal whose master this is that size.
+void followsize(int master);
 
 } // namespace plex

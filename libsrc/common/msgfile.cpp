@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -35,6 +37,17 @@ constexpr unsigned mcvpathroom = 80; // what is copied of MCVPATH, its terminato
 constexpr int longestname = 16;      // of a language, terminator included
 
 bool mcvpathread;
+
+char why[PATH_MAX + 128]; // the last refusal
+
+// Takes note of why something is not to be had; false.
+[[gnu::format(printf, 1, 2)]] bool refuse(const char *fmt, ...) {
+    va_list args;
+    va_start(args, fmt);
+    vsnprintf(why, sizeof why, fmt, args);
+    va_end(args);
+    return false;
+}
 
 // Blocks that are closed but still on the stack: what looks at the current block must not find
 // freed memory there. Only their addresses are compared, as callers may push blocks of their own
@@ -175,34 +188,34 @@ void chooselanguage(const msgblk *mb, int msgnum) {
     }
 }
 
-} // namespace
-
-void inimsg(int maxsiz) {
-    if (maxsiz > mxmssz) {
-        // One byte more, which no message is read into, terminates those that do not do so.
-        const unsigned oldsize = msgbuf != nullptr ? static_cast<unsigned>(mxmssz) + 1 : 0;
-        msgbuf = static_cast<char *>(alcrsz(msgbuf, oldsize, static_cast<unsigned>(maxsiz) + 1));
-        mxmssz = maxsiz;
+// Closes and frees what a block owns, and clears it.
+void release(msgblk *mb) {
+    if (mb->msgfp != nullptr) {
+        fclose(mb->msgfp);
     }
+    free(mb->mslidx);
+    free(mb->msgloc);
+    free(mb->lengths);
+    free(mb->filnam);
+    *mb = {};
 }
 
-msgblk *opnmsg(const char *mcvfil) {
+// Opens the file for a new block. What it has when that is refused is still to be released.
+bool openfile(msgblk *mb, const char *mcvfil) {
     if (!mcvpathread) {
         readmcvpath();
     }
     char path[PATH_MAX];
     const bool plain = *mcvfil != '\0' && mcvfil[1] != ':' && strchr(mcvfil, '/') == nullptr;
     const int len = snprintf(path, sizeof path, "%s%s", plain ? mcvpath : "", mcvfil);
-    auto *mb = static_cast<msgblk *>(alczer(sizeof(msgblk)));
-    setmbk(mb);
     mb->msgfp = len < static_cast<int>(sizeof path) ? fopen(path, "rbe") : nullptr;
     if (mb->msgfp == nullptr) {
-        catastro("CANNOT FIND \"%s\"", path);
+        return refuse("CANNOT FIND \"%s\"", path);
     }
     setvbuf(mb->msgfp, nullptr, _IONBF, 0);
     off_t end = 0;
     if (!readtrailer(mb, end)) {
-        catastro("CANNOT READ \"%s\" VARIABLES", path);
+        return refuse("CANNOT READ \"%s\" VARIABLES", path);
     }
     if (nlingo > 0) {
         mb->mslidx = static_cast<int *>(alczer(static_cast<unsigned>(nlingo) * sizeof(int)));
@@ -210,31 +223,32 @@ msgblk *opnmsg(const char *mcvfil) {
     }
     mb->msgloc = readarray(mb, mb->loclist, mb->msgcnt + 1, lsl2n);
     if (mb->msgloc == nullptr) {
-        catastro("CANNOT READ \"%s\" POINTER ARRAY", path);
+        return refuse("CANNOT READ \"%s\" POINTER ARRAY", path);
     }
     if (mb->lngcnt > 1) {
         const int count = mb->msgcnt * mb->lngcnt;
         if (count > mostlengths) {
-            catastro("TOO MANY LANGUAGES (%d) & MESSAGES (%d) IN \"%s\"", mb->lngcnt, mb->msgcnt,
-                     path);
+            return refuse("TOO MANY LANGUAGES (%d) & MESSAGES (%d) IN \"%s\"", mb->lngcnt,
+                          mb->msgcnt, path);
         }
         mb->lengths = readarray(mb, mb->lenlist, count, lus2n);
         if (mb->lengths == nullptr) {
-            catastro("CANNOT READ \"%s\" LENGTH TABLE", path);
+            return refuse("CANNOT READ \"%s\" LENGTH TABLE", path);
         }
     }
     mb->filnam = alcdup(path);
-    return mb;
+    return true;
 }
 
-int msgseek(int msgnum) {
+// As msgseek: false when it is refused, with `bytes` unset.
+bool position(int msgnum, int &bytes) {
     const msgblk *mb = curmbk;
     if (msgbuf == nullptr) {
-        catastro("INIMSG NOT CALLED");
+        return refuse("INIMSG NOT CALLED");
     }
     // A closed block, or none, has no messages.
     if (mb == nullptr || msgnum < 0 || msgnum >= mb->msgcnt) {
-        catastro("MESSAGE NUMBER %d OUT OF RANGE IN %s", msgnum, nameof(mb));
+        return refuse("MESSAGE NUMBER %d OUT OF RANGE IN %s", msgnum, nameof(mb));
     }
     int64_t offset = mb->msgloc[msgnum];
     int64_t length = 0;
@@ -255,18 +269,24 @@ int msgseek(int msgnum) {
         length = lengthof(mb, msgnum, mslidx);
     }
     if (fseeko(mb->msgfp, offset, SEEK_SET) != 0) {
-        catastro("CANNOT SEEK MESSAGE NUMBER %d (LANGUAGE %d) IN %s\n", msgnum, mslidx, nameof(mb));
+        return refuse("CANNOT SEEK MESSAGE NUMBER %d (LANGUAGE %d) IN %s\n", msgnum, mslidx,
+                      nameof(mb));
     }
     starit = length > mxmssz ? 1 : 0;
-    return static_cast<int>(std::min<int64_t>(length, mxmssz));
+    bytes = static_cast<int>(std::min<int64_t>(length, mxmssz));
+    return true;
 }
 
-char *rawmsg(int msgnum) {
-    const int length = msgseek(msgnum);
+bool readmessage(int msgnum) {
+    int length = 0;
+    if (!position(msgnum, length)) {
+        return false;
+    }
     msgblk *mb = curmbk;
     // Reading a length of 0 as one block fails: deliberate, every message that is read has text.
     if (fread(msgbuf, static_cast<size_t>(length), 1, mb->msgfp) != 1) {
-        catastro("CANNOT READ MESSAGE NUMBER %d (LANGUAGE %d) IN %s", msgnum, mslidx, nameof(mb));
+        return refuse("CANNOT READ MESSAGE NUMBER %d (LANGUAGE %d) IN %s", msgnum, mslidx,
+                      nameof(mb));
     }
     msgbuf[length] = '\0';
     if (starit != 0) {
@@ -276,21 +296,69 @@ char *rawmsg(int msgnum) {
         }
     }
     mb->lstmsg = msgnum;
+    return true;
+}
+
+} // namespace
+
+void inimsg(int maxsiz) {
+    if (maxsiz > mxmssz) {
+        // One byte more, which no message is read into, terminates those that do not do so.
+        const unsigned oldsize = msgbuf != nullptr ? static_cast<unsigned>(mxmssz) + 1 : 0;
+        msgbuf = static_cast<char *>(alcrsz(msgbuf, oldsize, static_cast<unsigned>(maxsiz) + 1));
+        mxmssz = maxsiz;
+    }
+}
+
+msgblk *opnmsg(const char *mcvfil) {
+    auto *mb = static_cast<msgblk *>(alczer(sizeof(msgblk)));
+    setmbk(mb);
+    if (!openfile(mb, mcvfil)) {
+        catastro("%s", why);
+    }
+    return mb;
+}
+
+msgblk *tryopn(const char *mcvfil) {
+    auto *mb = static_cast<msgblk *>(alczer(sizeof(msgblk)));
+    setmbk(mb);
+    if (openfile(mb, mcvfil)) {
+        return mb;
+    }
+    rstmbk();
+    release(mb);
+    free(mb);
+    return nullptr;
+}
+
+const char *msgwhy() {
+    return why;
+}
+
+int msgseek(int msgnum) {
+    int length = 0;
+    if (!position(msgnum, length)) {
+        catastro("%s", why);
+    }
+    return length;
+}
+
+char *rawmsg(int msgnum) {
+    if (!readmessage(msgnum)) {
+        catastro("%s", why);
+    }
     return msgbuf;
+}
+
+char *tryraw(int msgnum) {
+    return readmessage(msgnum) ? msgbuf : nullptr;
 }
 
 void clsmsg(msgblk *mbptr) {
     if (mbptr == nullptr || mbptr->filnam == nullptr) {
         return;
     }
-    char *path = mbptr->filnam;
-    mbptr->filnam = nullptr;
-    fclose(mbptr->msgfp);
-    free(mbptr->mslidx);
-    free(mbptr->msgloc);
-    free(mbptr->lengths);
-    free(path);
-    *mbptr = {};
+    release(mbptr);
     freeclosed();
     if (stacked(mbptr)) {
         *std::find(std::begin(closed), std::end(closed), nullptr) = mbptr;

@@ -68,6 +68,12 @@ int msgseek(int msgnum);
 // character when it was cut. A message without any text is as fatal as one that cannot be read.
 char *rawmsg(int msgnum);
 
+// As opnmsg and rawmsg, but null where those would end the program, and nothing opened; msgwhy()
+// has the text that they would end it with, until the next refusal.
+msgblk *tryopn(const char *mcvfil);
+char *tryraw(int msgnum);
+const char *msgwhy();
+
 // Closes a file and frees its block; a null or closed one is left alone. The block stays on the
 // stack until rstmbk takes it off, and its memory until then: it counts as closed there.
 void clsmsg(msgblk *mbptr);

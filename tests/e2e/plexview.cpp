@@ -1,9 +1,11 @@
 // plexview and conshow: a shared console on a real terminal, which tmux keeps.
 
+#include "libunix/plumbing/csfd.h"
 #include "tests/segments.h"
 
 #include <csignal>
 #include <cstdlib>
+#include <sys/ioctl.h>
 
 namespace {
 
@@ -57,9 +59,9 @@ protected:
     }
     ~Viewer() override { test::removesegment(); }
 
-    // A program with a console, ready for viewers; it shows the files in `args`.
-    std::unique_ptr<test::Program> program(std::vector<std::string> args = {}) {
-        args.insert(args.begin(), {conshow, "-n", "plexhost"});
+    // A program with a console, ready for viewers.
+    std::unique_ptr<test::Program> program(const std::vector<std::string> &args = {conshow, "-n",
+                                                                                   "plexhost"}) {
         auto started = std::make_unique<test::Program>(args);
         EXPECT_NE(test::expect(started->out, "console.\n"), "");
         return started;
@@ -70,7 +72,9 @@ protected:
 
 TEST_F(Viewer, ShowsTheScreenAndSendsKeys) {
     test::spew("p.ans", "\033[2;3H\033[1;33;44mmoon\333\033[0;5;31mblink\033[5;7H\033[s");
-    const auto shown = program({"p.ans"});
+    // The picture comes through a pipe, which can be read only once.
+    const std::string line = "exec " + conshow + " -n plexhost <(cat p.ans)";
+    const auto shown = program({"bash", "-c", line});
     Terminal term(plexview);
     term.shows("plexview: Ctrl+] leaves");
     term.shows("\033[93m\033[44mmoon█\033[5m\033[31m\033[40mblink");
@@ -86,6 +90,13 @@ TEST_F(Viewer, ShowsTheScreenAndSendsKeys) {
     };
     for (const auto &k : keys) {
         term.answers(k[0], k[1]);
+    }
+    // Keys that have no code, as other terminals send them: no part of them is typed.
+    for (const char *key :
+         {"\033[7^", "\033[7$", "\033Oa", "\033[[Z", "\033\033[A", "\033[99;9~"}) {
+        term.tmux({"send-keys", "-l", key});
+        term.answers("x", "0x0078 \"x\"");
+        term.answers("y", "0x0079 \"y\"");
     }
     term.tmux({"send-keys", "C-]"});
     term.shows("status=0");
@@ -140,6 +151,37 @@ TEST_F(Viewer, TellsWhenTheProgramDies) {
     EXPECT_FALSE(test::exists("plexhost.console"));
 }
 
+TEST_F(Viewer, PastedKeysWaitForAProgramThatIsSlow) {
+    ASSERT_GE(shmget(test::segmentkey(), 4029, IPC_CREAT | 0600), 0);
+    const int listening = plex::lsnsoc("plexhost.console");
+    Terminal term(plexview);
+    ASSERT_TRUE(test::readable(listening));
+    const int link = plex::acceptfd(listening);
+    EXPECT_EQ(test::take(link, 4).size(), 4U);
+    term.shows("Ctrl+]");
+    std::string pasted;
+    std::string want;
+    for (int i = 0; i < 1200; i++) {
+        pasted += static_cast<char>('a' + i % 26);
+        want += pasted.back() + std::string(3, '\0');
+    }
+    term.tmux({"set-buffer", pasted});
+    term.tmux({"paste-buffer"});
+    int queued = 0;
+    int looks = 0; // that found it as before: the link is full
+    EXPECT_TRUE(test::eventually([&] {
+        const int before = queued;
+        ioctl(link, FIONREAD, &queued);
+        looks = queued > 0 && queued == before ? looks + 1 : 0;
+        return looks == 100;
+    }));
+    EXPECT_EQ(test::take(link, want.size()), want);
+    term.tmux({"send-keys", "C-]"});
+    EXPECT_EQ(test::take(link, 4), "\xFF\xFF\xFF\xFF");
+    close(link);
+    close(listening);
+}
+
 TEST_F(Viewer, SmallTerminalsAreTold) {
     const auto shown = program();
     Terminal term(plexview, 80, 24);
@@ -166,6 +208,9 @@ TEST_F(Viewer, SaysWhatIsMissing) {
     told(plexview, "plexview: no program shows its console in .\nstatus=1");
     told(plexview + " nodir", "plexview: nodir: No such file or directory\nstatus=1");
     told("TERM=nothing " + plexview, "plexview: terminal type nothing is not known\nstatus=1");
+    told("BBSDISP=xwindows " + conshow,
+         "conshow: BBSDISP=xwindows is no console: nullcon, xwindow or unixcon\nstatus=1");
+    told("DISPLAY= BBSDISP=xwindow " + conshow, "cannot connect to X server");
     const auto piped = test::Program({plexview}).wait();
     EXPECT_EQ(piped.err, "plexview: standard input and output must be a terminal\n");
     EXPECT_EQ(piped.code(), 1);

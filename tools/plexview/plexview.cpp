@@ -5,12 +5,12 @@
 // over the link either; a signal means that this viewer has to go.
 
 #include "libsrc/plex.h"
+#include "tools/options.h"
 #include "tools/plexview/draw.h"
 #include "tools/plexview/viewkeys.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,7 +24,10 @@
 namespace plex {
 namespace {
 
-constexpr char usage[] = "usage: plexview [DIRECTORY]\n";
+constexpr char usage[] =
+    "usage: plexview [DIRECTORY]\n"
+    "Shows the console of the program that shares its screen and runs in DIRECTORY,\n"
+    "by default the current one, and sends it the terminal's keys. Ctrl+] leaves.\n";
 constexpr int beat = 20;          // milliseconds between looks: what people see as at once
 constexpr int farewellbeats = 25; // how long viewgo may come behind the end of the link
 
@@ -39,19 +42,6 @@ void onkilled(int signo) {
     killed = signo;
 }
 
-[[noreturn]] void fail(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-
-void fail(const char *fmt, ...) {
-    closeterminal();
-    fputs("plexview: ", stderr);
-    va_list args;
-    va_start(args, fmt);
-    vfprintf(stderr, fmt, args);
-    va_end(args);
-    fputc('\n', stderr);
-    exit(1);
-}
-
 // The segment outlives its programs, so having one says nothing; not having one says enough.
 void checksegment() {
     const int id = shmget(shmkey(), imagebytes, 0);
@@ -59,11 +49,11 @@ void checksegment() {
     if (id < 0 || image == reinterpret_cast<void *>(-1)) {
         switch (errno) {
         case ENOENT:
-            fail("no program of this user shows a console");
+            fail(1, "no program of this user shows a console");
         case EINVAL:
-            fail("this user's shared memory is too small for a screen");
+            fail(1, "this user's shared memory is too small for a screen");
         default:
-            fail("this user's shared memory: %s", strerror(errno));
+            fail(1, "this user's shared memory: %s", strerror(errno));
         }
     }
     shmdt(image);
@@ -71,7 +61,7 @@ void checksegment() {
 
 int connectlink(const char *directory) {
     // Without blocking: a program that never looks at its console does not accept anybody.
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
     stzcpy(addr.sun_path, viewendpoint, sizeof addr.sun_path);
@@ -79,26 +69,26 @@ int connectlink(const char *directory) {
         switch (errno) {
         case ENOENT:
         case ECONNREFUSED:
-            fail("no program shows its console in %s", directory);
+            fail(1, "no program shows its console in %s", directory);
         case EAGAIN:
-            fail("the program in %s does not answer", directory);
+            fail(1, "the program in %s does not answer", directory);
         default:
-            fail("%s/%s: %s", directory, viewendpoint, strerror(errno));
+            fail(1, "%s/%s: %s", directory, viewendpoint, strerror(errno));
         }
     }
     return fd;
 }
 
-// False when the link has ended. A program that takes no keys loses them, as any full keyboard
-// does.
+// False, with errno, when it cannot be sent: EAGAIN while the program takes no keys.
 bool tell(int fd, viewword word) {
-    return send(fd, &word, sizeof word, MSG_NOSIGNAL) >= 0 || errno == EAGAIN;
+    return send(fd, &word, sizeof word, MSG_NOSIGNAL) >= 0;
 }
 
-// Sends the keys that have come: false when the user or the program is leaving.
-bool passkeys(int fd, bool &all) {
+// Sends the keys that have come, `waiting` first: a key for which there is no room yet, 0 for none.
+// What comes behind that stays in the terminal. False when the user or the program is leaving.
+bool passkeys(int fd, int32_t &waiting, bool &all) {
     for (;;) {
-        const int32_t key = nextviewkey();
+        const int32_t key = waiting != 0 ? waiting : nextviewkey();
         if (key == 0) {
             return true;
         }
@@ -110,8 +100,11 @@ bool passkeys(int fd, bool &all) {
         }
         if (key == KEY_RESIZED) {
             all = true;
-        } else if (!tell(fd, key)) {
-            return false;
+        } else if (tell(fd, key)) {
+            waiting = 0;
+        } else {
+            waiting = key;
+            return errno == EAGAIN;
         }
     }
 }
@@ -119,16 +112,19 @@ bool passkeys(int fd, bool &all) {
 // Shows the console until a signal, the user or the program ends it.
 void view(int fd, unsigned char *image) {
     bool all = true;
+    int32_t waiting = 0;
     for (;;) {
         draw(image, all);
         all = false;
-        pollfd fds[] = {{STDIN_FILENO, POLLIN, 0}, {fd, POLLIN, 0}};
+        pollfd fds[] = {{waiting == 0 ? STDIN_FILENO : -1, POLLIN, 0},
+                        {fd, static_cast<short>(waiting == 0 ? POLLIN : POLLIN | POLLOUT), 0}};
         const int ready = poll(fds, 2, beat);
         if (dropped != 0 || killed != 0) {
             return;
         }
         // The terminal is looked at in each beat: its size changes without any input.
-        if (!passkeys(fd, all) || (ready > 0 && (fds[1].revents != 0 || fds[0].revents > POLLIN))) {
+        if (!passkeys(fd, waiting, all) ||
+            (ready > 0 && ((fds[1].revents & ~POLLOUT) != 0 || fds[0].revents > POLLIN))) {
             return;
         }
     }
@@ -139,17 +135,18 @@ void view(int fd, unsigned char *image) {
 
 int main(int argc, char **argv) {
     using namespace plex;
-    if (argc > 2 || (argc == 2 && argv[1][0] == '-')) {
-        const bool asked = argc == 2 && sameas(argv[1], "-h") != 0;
-        fputs(usage, asked ? stdout : stderr);
-        return asked ? 0 : 2;
+    program = {.name = "plexview", .usage = usage, .cleanup = closeterminal};
+    while (nextoption(argc, argv, "") != -1) {
     }
-    const char *directory = argc == 2 ? argv[1] : ".";
+    if (argc - optind > 1) {
+        wronguse("'%s' is one directory too much", argv[optind + 1]);
+    }
+    const char *directory = optind < argc ? argv[optind] : ".";
     if (chdir(directory) < 0) {
-        fail("%s: %s", directory, strerror(errno));
+        fail(1, "%s: %s", directory, strerror(errno));
     }
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        fail("standard input and output must be a terminal");
+        fail(1, "standard input and output must be a terminal");
     }
     opntrm(DSP_NULL, "plexview"); // a catastrophe wants a screen of this process's own
     checksegment();
@@ -160,7 +157,7 @@ int main(int argc, char **argv) {
     auto *image = static_cast<unsigned char *>(opncshm(imagebytes));
     // A connection sends the viewer before us away, and must be announced at once.
     if (!knowsterminal()) {
-        fail("terminal type %s is not known", getenv("TERM") != nullptr ? getenv("TERM") : "");
+        fail(1, "terminal type %s is not known", getenv("TERM") != nullptr ? getenv("TERM") : "");
     }
     const int fd = connectlink(directory);
     if (tell(fd, getpid()) && openterminal()) {
@@ -173,10 +170,10 @@ int main(int argc, char **argv) {
         return 128 + killed;
     }
     for (int i = 0; i < farewellbeats && dropped == 0; i++) {
-        poll(nullptr, 0, beat);
+        delay(beat * 1000);
     }
     if (dropped == 0) {
-        fail("the program has ended");
+        fail(1, "the program has ended");
     }
     clscshm(image);
     return 0;

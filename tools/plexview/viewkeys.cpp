@@ -46,6 +46,8 @@ constexpr std::array specials = {
     special{21, '~', CODE_F1 + 9 * NEXTFUNC},
 };
 
+constexpr int betweenbytes = 25; // milliseconds; as long as Escape waits for what follows it
+
 struct modifier {
     int number;
     int32_t func; // what it adds to a function key
@@ -131,18 +133,77 @@ int32_t typed(wint_t c) {
     return byte < 0 ? 0 : byte;
 }
 
-// Escape has come: with a letter or a digit right behind it, it was Alt.
-int32_t escaped() {
+// The next byte of a sequence that has begun; 0 when there is none, or no byte.
+wint_t nextbyte() {
     wint_t c = 0;
+    timeout(betweenbytes);
     const int kind = get_wch(&c);
-    if (kind == OK && c >= '0' && c <= 'z' && altcodes[c - '0'] != 0) {
-        return static_cast<int32_t>(altcodes[c - '0']);
+    nodelay(stdscr, TRUE);
+    if (kind == KEY_CODE_YES) {
+        ungetch(static_cast<int>(c));
     }
+    return kind == OK ? c : 0;
+}
+
+// Reads to its end the sequence that the terminal library did not know: "[" or "O" has come, and
+// what follows are digits and their like and one last byte. Some terminals end with "$", and one
+// has function keys of two "[" and a letter.
+void swallow(wint_t intro) {
+    wint_t c = nextbyte();
+    if (intro == '[' && c == '[') {
+        c = nextbyte();
+    }
+    while (c >= ' ' && c < '@' && c != '$') {
+        c = nextbyte();
+    }
+}
+
+void unread(int kind, wint_t c) {
     if (kind == OK) {
         unget_wch(static_cast<wchar_t>(c));
     } else if (kind == KEY_CODE_YES) {
         ungetch(static_cast<int>(c));
     }
+}
+
+// Whether what comes next is the rest of a sequence that nobody knows; it is read then.
+bool restofsequence(wint_t intro) {
+    wint_t next = 0;
+    const int kind = intro == 'O' ? get_wch(&next) : ERR;
+    unread(kind, next);
+    // "O" alone is Alt with that letter.
+    if (intro != '[' && (kind != OK || next == CODE_ESC)) {
+        return false;
+    }
+    swallow(intro);
+    return true;
+}
+
+// Escape has come: with a letter or a digit right behind it, it was Alt, and with a key of several
+// bytes Alt with that, or the beginning of one that nobody knows. 0 for what has no code.
+int32_t escaped() {
+    wint_t c = 0;
+    int kind = get_wch(&c);
+    if (kind == KEY_CODE_YES && c != KEY_RESIZE) {
+        const int32_t key = named(static_cast<int>(c));
+        return key >= CODE_F1 && key <= CODE_F10 ? key + ALTFUNC : 0;
+    }
+    if (kind == OK && (c == '[' || c == 'O') && restofsequence(c)) {
+        return 0;
+    }
+    if (kind == OK && c >= '0' && c <= 'z' && altcodes[c - '0'] != 0) {
+        return static_cast<int32_t>(altcodes[c - '0']);
+    }
+    if (kind == OK && c == CODE_ESC) {
+        wint_t intro = 0;
+        kind = get_wch(&intro);
+        if (kind == OK && (intro == '[' || intro == 'O') && restofsequence(intro)) {
+            return 0; // Alt with a key that nobody knows
+        }
+        unread(kind, intro);
+        kind = OK;
+    }
+    unread(kind, c);
     return CODE_ESC;
 }
 
