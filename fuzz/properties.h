@@ -25,18 +25,23 @@ class Arena {
 public:
     static constexpr size_t margin = 2 * 256 * 81;
 
-    Arena() : pristine(margin + plex::imagebytes + margin, 0xA5) {
+    // Every cell is a dot, light grey on black, or each is another; no flag is set.
+    explicit Arena(bool alike) : pristine(margin + plex::imagebytes + margin, 0xA5) {
         memset(pristine.data() + margin, 0, plex::imagebytes);
         for (size_t i = 0; i < plex::cellbytes; i += 2) {
-            pristine[margin + i] = '.';
-            pristine[margin + i + 1] = 7;
+            pristine[margin + i] = static_cast<unsigned char>(alike ? '.' : 0x80 | i >> 1);
+            pristine[margin + i + 1] = static_cast<unsigned char>(alike ? 7 : i >> 8);
         }
         memory = pristine;
     }
 
     unsigned char *image() { return memory.data() + margin; }
 
-    // Every cell is a dot, light grey on black; no flag is set.
+    bool changed(size_t cell) {
+        const size_t at = margin + 2 * cell;
+        return memcmp(memory.data() + at, pristine.data() + at, 2) != 0;
+    }
+
     void fill() { memcpy(memory.data(), pristine.data(), memory.size()); }
 
     bool intact() {
@@ -85,10 +90,9 @@ inline bool agree() {
 // The first cell outside of a rectangle that is not as fill() left it; empty when there is none.
 inline std::string changed(Arena &arena, int left, int top, int right, int bottom) {
     for (int i = 0; i < plex::scrrows * plex::scrcols; i++) {
-        const unsigned char *cell = arena.image() + 2 * i;
         const int column = i % plex::scrcols;
         const int row = i / plex::scrcols;
-        if ((cell[0] != '.' || cell[1] != 7) &&
+        if (arena.changed(static_cast<size_t>(i)) &&
             (column < left || column > right || row < top || row > bottom)) {
             return "column " + std::to_string(column) + " row " + std::to_string(row) + " changed";
         }
@@ -99,7 +103,7 @@ inline std::string changed(Arena &arena, int left, int top, int right, int botto
 // Says what does not hold for `stream`, whose first bytes choose window and settings; empty when
 // everything does.
 inline std::string violated(const std::string &stream) {
-    static Arena arena;
+    static Arena arena(false);
     constexpr size_t settings = 6;
     if (stream.size() < settings) {
         return "";
@@ -115,16 +119,30 @@ inline std::string violated(const std::string &stream) {
     const auto right = static_cast<uint8_t>(left + setting(3) % (80 - left));
     const auto bottom = static_cast<uint8_t>(top + setting(4) % (25 - top));
     std::minstd_rand rng(setting(5) + 1U);
+    // A scroll region from before the window, and a cursor that stands anywhere.
+    const bool regions = (setting(0) & 16) != 0;
+    const bool outside = (setting(0) & 32) != 0;
+    const int rgntop = static_cast<int>(rng() % 24);
+    const int rgnbot = rgntop + 1 + static_cast<int>(rng() % (24U - static_cast<unsigned>(rgntop)));
+    const int column = static_cast<int>(rng() % 256);
+    const int row = static_cast<int>(rng() % 256);
+    bool intact = true;
     const auto run = [&](bool keepflags, const auto &feed) {
         restart(arena, keepflags ? plex::DSP_REMOTE : plex::DSP_NULL);
+        if (regions) {
+            plex::ansion(1);
+            plex::unxprntf("\33[%d;%dr", rgntop + 1, rgnbot + 1);
+        }
         if ((setting(0) & 2) != 0) {
             plex::setwin(nullptr, left, top, right, bottom, (setting(0) & 4) != 0);
         }
         plex::ansion((setting(0) & 8) != 0 ? 0 : 1);
-        plex::locate((plex::curatr.wleft + plex::curatr.wright) / 2, plex::curatr.wtop);
+        plex::locate(outside ? column : (plex::curatr.wleft + plex::curatr.wright) / 2,
+                     outside ? row : plex::curatr.wtop);
         plex::bgnout();
         feed();
         plex::wrcurp(plex::dx);
+        intact = intact && arena.intact();
         return state(arena);
     };
     std::vector<bool> mayend;
@@ -168,6 +186,12 @@ inline std::string violated(const std::string &stream) {
             plex::wrcurp(plex::dx);
         }
     });
+    if (!intact) {
+        return "bytes beside the image changed";
+    }
+    if (outside || regions) {
+        return ""; // what is written starts outside the window
+    }
     const plex::scrstate &win = plex::curatr;
     for (int row = 0; row < plex::scrrows; row++) {
         if (plex::updflg[row] != 0 && (row < win.wtop || row > win.wbottom)) {
