@@ -34,7 +34,7 @@ BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
 FUZZ_PACKAGES=(clang libclang-rt-dev)
 I386_PACKAGES=(g++-multilib lib32ncurses-dev)
 # What the tests drive or are built from.
-TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool xfonts-terminus-dos mandoc
+TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos mandoc
                pkgconf procps)
 # The emulated PC, without which one test counts as skipped.
 EMULATOR_PACKAGES=(qemu-system-x86)
