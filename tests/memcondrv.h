@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,8 +16,8 @@
 namespace test {
 
 struct Console {
-    std::string refused;  // the one request that fails, with EPERM
-    std::string requests; // their names, in order
+    std::string refused;        // the one request that fails, with EPERM
+    std::set<std::string> held; // what a program has taken and not given back
     plex::xqEventQueue queue = {};
     std::function<int32_t()> typing; // what drain does; without one the keyboard is silent
     std::array<unsigned char, 4029> video = {};
@@ -25,10 +26,14 @@ struct Console {
     std::array<uint8_t, 256> registers = {};
     uint8_t selected = 0;
 
-    int32_t request(const std::string &name) {
-        requests += name + " ";
+    int32_t request(const std::string &name, const char *takes = "", const char *gives = "") {
         errno = EPERM;
-        return name == refused ? -1 : 0;
+        if (name == refused) {
+            return -1;
+        }
+        held.insert(takes);
+        held.erase(gives);
+        return 0;
     }
 
     void put(int scan, uint8_t type = plex::XQ_KEY) {
@@ -48,35 +53,45 @@ inline Console console;
 constexpr int32_t consolefd = 77; // no test opens so many
 
 constexpr plex::condrv memorycondrv = {
-    .conopen = [] { return console.request("conopen") < 0 ? -1 : consolefd; },
-    .conclose = [](int32_t) { return console.request("conclose"); },
+    .conopen = [] { return console.request("conopen", "console") < 0 ? -1 : consolefd; },
+    .conclose = [](int32_t) { return console.request("conclose", "", "console"); },
     .quemode =
         [](int32_t, plex::kd_quemode *mode) {
             if (mode == nullptr) {
-                return console.request("queoff");
+                return console.request("queoff", "", "keyboard");
             }
             console.queue.xq_size = mode->qsize;
             mode->qaddr = &console.queue;
-            return mode->signo == SIGUSR2 ? console.request("quemode") : -1;
+            return mode->signo == SIGUSR2 ? console.request("quemode", "keyboard") : -1;
         },
     .drain = [] { return console.typing ? console.typing() : 0; },
-    .ioports = [](int32_t, int32_t on) { return console.request(on != 0 ? "ioports" : "iooff"); },
+    .ioports =
+        [](int32_t, int32_t on) {
+            return on != 0 ? console.request("ioports", "ports")
+                           : console.request("iooff", "", "ports");
+        },
     .getscrnmap =
         [](int32_t fd, unsigned char *map) {
             std::copy(console.map.begin(), console.map.end(), map);
-            return fd == 0 ? console.request("getscrnmap") : -1;
+            return fd == 0 ? console.request("getscrnmap", "map") : -1;
         },
     .setscrnmap =
         [](int32_t fd, const unsigned char *map) {
             std::copy(map, map + console.map.size(), console.map.begin());
-            return fd == 0 ? console.request("setscrnmap") : -1;
+            return fd == 0 ? console.request("setscrnmap", "", "map") : -1;
         },
     .isconsole = [](int32_t fd) { return fd == 0 ? console.request("isconsole") : -1; },
     .mapvideo = [](int32_t) -> unsigned char * {
-        return console.request("mapvideo") < 0 ? nullptr : console.video.data();
+        return console.request("mapvideo", "graphics") < 0 ? nullptr : console.video.data();
     },
-    .setdisplay = [](int32_t, int32_t mode) { return console.request(mode == 0 ? "text" : "?"); },
-    .setkbmode = [](int32_t, int32_t mode) { return console.request(mode == 1 ? "kbmode" : "?"); },
+    .setdisplay =
+        [](int32_t, int32_t mode) {
+            return mode == 0 ? console.request("text", "", "graphics") : -1;
+        },
+    .setkbmode =
+        [](int32_t, int32_t mode) {
+            return mode == 1 ? console.request("kbmode", "", "keyboard") : -1;
+        },
     .portwrite =
         [](uint16_t port, uint8_t value) {
             if (port == plex::crtindex) {

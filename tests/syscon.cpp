@@ -1,5 +1,6 @@
-// The system console: keys from scan codes, the ring, the requests made of the driver and what is
-// said when it refuses.
+// The system console: sequences of scan codes, the ring, what the driver lends and gets back, and
+// what is said when it refuses; the driver for Linux on a terminal without a screen. What a key
+// stands for: keyboards.cpp.
 
 #include "libsrc/plex.h"
 #include "tests/memcondrv.h"
@@ -8,8 +9,15 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdarg>
+#include <cstring>
+#include <linux/kd.h>
 #include <pthread.h>
 #include <pty.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/syscall.h>
+#include <termios.h>
 #include <thread>
 #include <unistd.h>
 
@@ -38,47 +46,6 @@ protected:
     }
 };
 
-// The tables against the keyboard's own regularities: letters and their control characters, scan
-// codes in the high byte, the runs of function keys.
-TEST(Keys, TablesAreThoseOfAKeyboard) {
-    std::array<std::array<uint32_t, 4>, plex::scancodes> want = {}; // the others stand for nothing
-    const auto run = [&](uint32_t scan, const char *normal, const char *shift) {
-        for (; *normal != '\0'; scan++, normal++, shift++) {
-            const auto n = static_cast<uint32_t>(*normal);
-            const bool letter = n >= 'a' && n <= 'z';
-            want[scan] = {n, static_cast<uint32_t>(*shift), letter ? n - 'a' + 1 : n,
-                          letter ? scan << 8 : n};
-        }
-    };
-    run(0x01, "\0331234567890-=\b\t", "\033!@#$%^&*()_+\b");
-    run(0x10, "qwertyuiop[]\r", "QWERTYUIOP{}\r");
-    run(0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
-    run(0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
-    run(0x39, " ", " ");
-    want[0x0F][1] = 0x0F00;
-    for (uint32_t i = 0; i < 10; i++) {
-        want[0x02 + i][3] = (0x78 + i) << 8;
-        want[0x3B + i] = {(0x3B + i) << 8, (0x54 + i) << 8, (0x5E + i) << 8, (0x68 + i) << 8};
-    }
-    const uint32_t pad[][3] = {// scan, with Ctrl, digit
-                               {0x47, 0x77, 7}, {0x48, 0x8D, 8}, {0x49, 0x84, 9},
-                               {0x4B, 0x73, 4}, {0x4D, 0x74, 6}, {0x4F, 0x75, 1},
-                               {0x50, 0x91, 2}, {0x51, 0x76, 3}, {0x52, 0x52, 0}};
-    for (const auto &key : pad) {
-        want[key[0]] = {key[0] << 8, key[0] << 8, key[1] << 8, 0x200 + key[2]};
-    }
-    want[0x4C][3] = 0x205;
-    want[0x53] = {0x5300, 0x5300, 0x5300, 0x5300};
-    want[0x2A] = want[0x36] = {0x600, 0, 0, 0};
-    want[0x1D] = {0x700, 0, 0, 0};
-    want[0x38] = {0x800, 0, 0x800, 0};
-    for (size_t scan = 0; scan < plex::scancodes; scan++) {
-        const std::array<uint32_t, 4> row = {plex::nmltbl[scan], plex::sfhtbl[scan],
-                                             plex::ctltbl[scan], plex::alttbl[scan]};
-        EXPECT_EQ(row, want[scan]) << std::hex << scan;
-    }
-}
-
 TEST_F(Syscon, Sequences) {
     // Each row ends with all keys up; the last column is `lastscan` (0: entered by digits).
     const struct {
@@ -86,15 +53,13 @@ TEST_F(Syscon, Sequences) {
         std::vector<int> scans, keys;
         int lastscan;
     } rows[] = {
-        {"shift", {0x2A, 0x1E, 0x9E, 0xAA, 0x1E, 0x9E}, {'A', 'a'}, 1},
-        {"ctrl", {0x1D, 0x2E, 0xAE, 0x9D, 0x2E}, {3, 'c'}, 1},
+        {"right shift", {0x36, 0x1E, 0x9E, 0xB6, 0x1E, 0x9E}, {'A', 'a'}, 1},
         {"right ctrl", {0xE0, 0x1D, 0x2E, 0xE0, 0x9D}, {3}, 1},
-        {"alt", {0x38, 0x1E, 0x9E, 0xB8, 0x1E}, {0x1E00, 'a'}, 1},
         {"arrow with its prefix", {0xE0, 0x48, 0xE0, 0xC8}, {0x4800}, 1},
         {"entry of two digits", {0x38, 0x4F, 0xCF, 0x47, 0xC7, 0xB8}, {17}, 0},
         {"a fourth digit is dropped", {0x38, 0x50, 0x51, 0x51, 0x4F, 0xB8}, {233}, 0},
         {"255 is the last", {0x38, 0x50, 0x4C, 0x4C, 0xB8}, {255}, 0},
-        {"256 is too many", {0x38, 0x50, 0x4C, 0x4D, 0xB8}, {}, 1},
+        {"256 is too many", {0x38, 0x50, 0xB8, 0x38, 0x50, 0x4C, 0x4D, 0xB8}, {2}, 1},
         {"leading zeros", {0x38, 0x52, 0x52, 0x47, 0xB8}, {7}, 0},
         {"a key between digits", {0x38, 0x4F, 0x1E, 0x47, 0xB8}, {0x1E00, 17}, 0},
         {"zero delivers nothing", {0x38, 0x52, 0xB8}, {}, 0},
@@ -200,25 +165,6 @@ TEST_F(Syscon, NoKeyIsLostOrDoubledWhileReading) {
     EXPECT_EQ(plex::unxwrepress(), 0);
 }
 
-TEST(Console, OpensAndPutsBack) {
-    test::plugin();
-    plex::dsptyp = plex::DSP_SYSCON;
-    console.map[5] = 99;
-    EXPECT_EQ(plex::unxwretrm.trmopn(), 0);
-    EXPECT_EQ(console.queue.xq_sigenable, 1);
-    EXPECT_EQ(plex::getcfnt(), 1);
-    console.map[5] = 1;
-    for (int times = 0; times < 2; times++) { // then the descriptor may be another file's
-        EXPECT_EQ(plex::unxwretrm.trmcls(), 1);
-    }
-    EXPECT_EQ(console.requests, "conopen queoff quemode ioports getscrnmap isconsole "
-                                "setscrnmap text kbmode iooff conclose ");
-    EXPECT_EQ(console.map[5], 99);
-    EXPECT_EQ(plex::kbdfd, 77);
-    console.type({0x1E}); // a signal that was under way
-    EXPECT_EQ(plex::unxwretrm.trminp(), 'a');
-}
-
 // The image is the video memory, the cursor the controller's: its place in 14 and 15, its first and
 // last line in 10 and 11.
 TEST_F(Syscon, ScreenAndCursorAreTheMachines) {
@@ -242,64 +188,145 @@ TEST_F(Syscon, ScreenAndCursorAreTheMachines) {
     EXPECT_TRUE(std::all_of(console.video.begin(), console.video.end(), none));
 }
 
+// Whatever is refused: what was taken of the machine is given back, but for what it does not take.
 TEST(Console, RefusalsAreSaid) {
     const std::string noopen = "Display open failed. Exiting.\n";
     const std::string nomap = "Unable to get current screen mapping table\n";
-    // Requested up to `last`; what was open is put back.
-    const std::string all = "conopen queoff quemode ioports conopen getscrnmap isconsole mapvideo ";
     const struct {
-        std::string refused, said, last;
+        std::string refused, said, held;
         int code;
     } rows[] = {
-        {"conopen", "Unable to open /dev/console\n" + noopen, "conopen ", 1},
-        {"quemode", "Cannot set KDQUEMODE" + noopen, "quemode ", 1},
-        {"ioports", "Unable to take control of I/O\n" + noopen, "ioports ", 1},
-        {"getscrnmap", nomap, "getscrnmap ", 255},
-        {"isconsole", nomap, "isconsole ", 255},
-        {"mapvideo", "Unable to get base position in video memory\n", "mapvideo ", 255},
-        {"iooff", "unxwrecons: KDDISABIO failed. Operation not permitted.\n", "mapvideo ", 0},
-        {"queoff", "", "mapvideo ", 0},
+        {"", "", "", 0},
+        {"conopen", "Unable to open /dev/console\n" + noopen, "", 1},
+        {"quemode", "Cannot set KDQUEMODE" + noopen, "console ", 1}, // its end gives that back
+        {"ioports", "Unable to take control of I/O\n" + noopen, "console keyboard ", 1},
+        {"getscrnmap", nomap, "", 255},
+        {"isconsole", nomap, "", 255},
+        {"mapvideo", "Unable to get base position in video memory\n", "", 255},
+        {"iooff", "unxwrecons: KDDISABIO failed. Operation not permitted.\n", "ports ", 0},
+        {"queoff", "", "", 0},
     };
     for (const auto &r : rows) {
         const test::Outcome end = test::inchild([&r] {
             test::plugin();
             console.refused = r.refused;
-            atexit([] { printf("%s", console.requests.c_str()); });
+            console.map[5] = 99;
+            atexit([] {
+                console.held.erase("");
+                for (const std::string &name : console.held) {
+                    printf("%s ", name.c_str());
+                }
+                printf("%s", console.map[5] == 99 ? "" : "the map is another");
+            });
             plex::grafbuf = nullptr;
             plex::opntrm(plex::DSP_SYSCON, "test");
             plex::frzseg();
+            console.map[5] = 1;
             plex::clstrm();
-            exit(0);
+            console.refused =
+                "conclose"; // a second close is none: the number may be another file's
+            exit(plex::unxwretrm.trmcls() == 1 ? 0 : 9);
         });
-        const bool open = r.code != 1;
-        const std::string closing = r.last == "getscrnmap " ? "" : "setscrnmap ";
-        const std::string want = all.substr(0, all.find(r.last) + r.last.size());
         EXPECT_EQ(end.err, r.said) << r.refused;
-        EXPECT_EQ(end.out, want + (open ? closing + "text kbmode iooff conclose " : ""))
-            << r.refused;
+        EXPECT_EQ(end.out, r.held) << r.refused;
         EXPECT_EQ(end.code(), r.code) << r.refused;
     }
 }
 
-// The Linux driver where there is no console: refused, the registers remember, nothing faults.
-TEST(LinuxDriver, WithoutAConsole) {
-    int master = -1;
-    int slave = -1;
-    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+// The driver for Linux, on a terminal: its keyboard mode is kept here.
+int kbmode = K_XLATE;
+int display = KD_TEXT;
+int master = -1;
+int slave = -1;
+
+const plex::condrv terminaldrv = [] {
+    plex::condrv drv = plex::linuxcondrv;
+    drv.conopen = [] { return dup(slave); };
+    drv.ioports = [](int32_t, int32_t) { return 0; };
+    return drv;
+}();
+
+class LinuxDriver : public ::testing::Test {
+protected:
+    LinuxDriver() {
+        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+        plex::condriver = &terminaldrv;
+        plex::dsptyp = plex::DSP_SYSCON;
+    }
+    ~LinuxDriver() override {
+        close(master);
+        close(slave);
+    }
+};
+
+TEST_F(LinuxDriver, Bursts) {
+    ASSERT_EQ(plex::unxwreopen(), 0);
+    EXPECT_EQ(kbmode, K_RAW);
+    for (const size_t keys : {1, 32, 400}) { // 64 codes fill the queue
+        std::string codes;
+        for (size_t i = 0; i < keys; i++) {
+            codes += std::string("\x1E\x9E");
+        }
+        EXPECT_EQ(write(master, codes.data(), codes.size()), ssize_t(codes.size()));
+        for (size_t i = 0; i < keys; i++) {
+            ASSERT_TRUE(test::eventually([] { return plex::unxwrepress() != 0; })) << i;
+            ASSERT_EQ(plex::unxwreread(), 'a');
+        }
+    }
+    EXPECT_EQ(plex::unxwrepress(), 0);
+    plex::unxwreclose();
+    EXPECT_EQ(kbmode, K_XLATE);
+}
+
+// However a program ends, the keyboard is as it was found.
+TEST_F(LinuxDriver, IsGivenBackByEveryEnd) {
+    static unsigned char image[plex::imagebytes];
+    void (*const ends[])() = {[] { exit(0); },
+                              [] { plex::catastro("x"); },
+                              [] { raise(SIGTERM); },
+                              [] { raise(SIGSEGV); },
+                              [] { plex::condriver->quemode(0, nullptr), _exit(0); },
+                              [] {
+                                  test::inchild([] { exit(0); }); // not by another process
+                                  kbmode == K_RAW ? exit(0) : _exit(0);
+                              }};
+    termios before = {};
+    ASSERT_EQ(tcgetattr(slave, &before), 0);
+    const test::Home home;
+    for (const auto &end : ends) {
+        const auto outcome = test::inchild([&] {
+            const rlimit none = {0, 0};
+            setrlimit(RLIMIT_CORE, &none);
+            plex::grafbuf = image;
+            plex::nocore = 1;
+            EXPECT_EQ(plex::unxwreopen(), 0);
+            end();
+        });
+        termios after = {};
+        ASSERT_EQ(tcgetattr(slave, &after), 0);
+        EXPECT_EQ(memcmp(&before, &after, sizeof before), 0) << &end - ends;
+        EXPECT_EQ(outcome.out, "raw found ") << &end - ends;
+    }
+}
+
+TEST_F(LinuxDriver, Refuses) {
     const plex::condrv &drv = plex::linuxcondrv;
     for (const int fd : {slave, -1}) {
-        for (const int slots : {64, 65, 1, 0, -1}) {
+        for (const int slots : {65, 1, 0, -1}) {
             plex::kd_quemode mode = {slots, SIGUSR2, nullptr};
             EXPECT_EQ(drv.quemode(fd, &mode), -1);
             EXPECT_EQ(mode.qaddr, nullptr);
         }
         std::array<unsigned char, plex::scrnmapsize> map = {};
         EXPECT_EQ(drv.getscrnmap(fd, map.data()), -1);
-        EXPECT_EQ(drv.isconsole(fd), -1);
-        EXPECT_EQ(drv.ioports(fd, 1), -1);
-        EXPECT_EQ(drv.setkbmode(fd, 0), -1);
+        EXPECT_EQ(drv.isconsole(fd) + drv.ioports(fd, 1) + drv.setkbmode(fd, 0), -3);
     }
+    display = KD_GRAPHICS; // a graphical session's
+    plex::kd_quemode mode = {64, SIGUSR2, nullptr};
+    EXPECT_EQ(drv.quemode(slave, &mode), -1);
+    EXPECT_EQ(errno, EBUSY);
     EXPECT_EQ(drv.drain(), 0);
+    // Without its ports the registers remember.
     const int writes[][2] = {{plex::crtindex, 14},
                              {plex::crtdata, 7},
                              {plex::crtindex, 255},
@@ -309,8 +336,32 @@ TEST(LinuxDriver, WithoutAConsole) {
         drv.portwrite(static_cast<uint16_t>(w[0]), static_cast<uint8_t>(w[1]));
     }
     EXPECT_EQ(drv.portread(plex::crtdata), 7);
-    close(master);
-    close(slave);
+    EXPECT_EQ(drv.portread(plex::crtindex), 14);
 }
 
 } // namespace
+
+// A wait for nothing is not waited for.
+extern "C" int select(int, fd_set *, fd_set *, fd_set *, timeval *) {
+    return 0;
+}
+
+extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
+    va_list args;
+    va_start(args, request);
+    void *arg = va_arg(args, void *);
+    va_end(args);
+    switch (fd < 0 ? 0 : request) {
+    case KDGKBMODE:
+        *static_cast<int *>(arg) = kbmode;
+        return 0;
+    case KDGETMODE:
+        *static_cast<int *>(arg) = display;
+        return 0;
+    case KDSKBMODE:
+        kbmode = static_cast<int>(reinterpret_cast<intptr_t>(arg));
+        return dprintf(1, kbmode == K_RAW ? "raw " : "found ") < 0;
+    default:
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
+    }
+}
