@@ -14,6 +14,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +30,28 @@ void logtostderr() {
     plex::bgnlog("");
 }
 
+// The descriptor that would be opened next: the same as before when nothing was left open.
+int nextfd() {
+    const int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
+void sendtwo(int to, int fd) {
+    const int fds[2] = {fd, fd};
+    char byte = 0;
+    iovec data = {&byte, 1};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof fds)] = {};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    *CMSG_FIRSTHDR(&message) = {CMSG_LEN(sizeof fds), SOL_SOCKET, SCM_RIGHTS};
+    memcpy(CMSG_DATA(CMSG_FIRSTHDR(&message)), fds, sizeof fds);
+    EXPECT_EQ(sendmsg(to, &message, 0), 1);
+}
+
 TEST(Endpoint, IsMadeAfreshForEverybody) {
     const Home home;
     umask(077);
@@ -40,13 +63,21 @@ TEST(Endpoint, IsMadeAfreshForEverybody) {
         ASSERT_EQ(lstat("e", &st), 0);
         EXPECT_EQ(st.st_mode, S_IFSOCK | 0666U);
         EXPECT_EQ(umask(077), 077U);
-        // Openers get a stream at once and wait for nobody; accepted in their order.
-        const int a = plex::fdserver("e");
-        const int b = plex::fdserver("e");
-        EXPECT_EQ(write(a, "A", 1), 1);
-        const int c = plex::acceptfd(fd);
-        EXPECT_EQ(test::take(c, 1), "A");
-        for (const int f : {a, b, c, fd}) {
+        // Six openers get a stream at once and wait for nobody; accepted in their order.
+        std::vector<int> fds = {fd};
+        for (const char *byte : {"A", "B", "C", "D", "E", "F"}) {
+            fds.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0));
+            const sockaddr_un addr = {AF_UNIX, "e"};
+            ASSERT_EQ(connect(fds.back(), reinterpret_cast<const sockaddr *>(&addr), sizeof addr),
+                      0)
+                << byte;
+            EXPECT_EQ(write(fds.back(), byte, 1), 1);
+        }
+        for (const char *byte : {"A", "B"}) {
+            fds.push_back(plex::acceptfd(fd));
+            EXPECT_EQ(test::take(fds.back(), 1), byte);
+        }
+        for (const int f : fds) {
             close(f);
         }
     }
@@ -74,44 +105,42 @@ TEST(Endpoint, Failures) {
                      "I_RECVFD: Bad file descriptor (9)\n");
 }
 
-TEST(Passing, InOrderWithBytes) {
-    int s[2];
-    int p[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, s), 0);
-    ASSERT_EQ(pipe(p), 0);
-    ASSERT_EQ(write(s[0], "ab", 2), 2);
-    EXPECT_EQ(plex::send_fd(s[0], p[1]), 0);
-    EXPECT_EQ(plex::send_fd(s[0], p[1]), 0);
-    ASSERT_EQ(write(s[0], "c", 1), 1);
-    // Plain bytes come first: they stay, whether one or more stand before the descriptor.
-    for (const char *byte : {"a", "b"}) {
-        EXPECT_EQ(plex::recv_fd(s[1]), -1);
-        EXPECT_EQ(errno, EBADMSG);
-        EXPECT_EQ(test::take(s[1], 1), byte);
-    }
-    for (int i = 0; i < 2; i++) {
-        const int fd = plex::recv_fd(s[1]);
-        ASSERT_GT(fd, 3);
-        EXPECT_EQ(write(fd, "x", 1), 1);
-        EXPECT_EQ(test::take(p[0], 1), "x");
-        close(fd);
-    }
-    EXPECT_EQ(plex::recv_fd(s[1]), -1);
-    EXPECT_EQ(errno, EBADMSG); // one plain byte, nothing behind it
-    EXPECT_EQ(test::take(s[1], 1), "c");
-    EXPECT_EQ(fcntl(p[1], F_GETFD), 0) << "the sender keeps its copy";
-    close(s[0]);
-    EXPECT_EQ(plex::recv_fd(s[1]), -1);
-    EXPECT_EQ(errno, ENXIO);
-    int r[2]; // also when the peer closed with bytes of ours unread, which resets the stream
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, r), 0);
-    ASSERT_EQ(write(r[1], "x", 1), 1);
-    close(r[0]);
-    EXPECT_EQ(plex::recv_fd(r[1]), -1);
-    EXPECT_EQ(errno, ENXIO);
-    close(r[1]);
-    for (const int fd : {s[1], p[0], p[1]}) {
-        close(fd);
+// Each letter puts something into the stream: d a descriptor, D two in one message, x a byte, e the
+// end, r the end with bytes of ours unread; then what recv_fd makes of it, and what stays.
+TEST(Passing, WhatCanCome) {
+    const struct {
+        const char *sent;
+        std::vector<int> results; // 0: a descriptor
+        const char *left;
+    } rows[] = {{"dd", {0, 0}, ""},        {"xd", {EBADMSG}, "x"},    {"xxd", {EBADMSG}, "xx"},
+                {"x", {EBADMSG}, "x"},     {"dx", {0, EBADMSG}, "x"}, {"de", {0, ENXIO}, ""},
+                {"e", {ENXIO, ENXIO}, ""}, {"r", {ENXIO}, ""},        {"Dd", {0, 0}, ""}};
+    for (const auto &r : rows) {
+        const int unused = nextfd();
+        int s[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, s), 0);
+        for (const char what : std::string(r.sent)) {
+            if (what == 'd') {
+                EXPECT_EQ(plex::send_fd(s[0], s[1]), 0);
+            } else if (what == 'D') {
+                sendtwo(s[0], s[1]);
+            } else if (what == 'x') {
+                EXPECT_EQ(write(s[0], "x", 1), 1);
+            } else {
+                EXPECT_EQ(write(s[1], "y", what == 'r' ? 1 : 0), what == 'r' ? 1 : 0);
+                close(s[0]);
+            }
+        }
+        for (const int result : r.results) {
+            errno = 0;
+            const int fd = plex::recv_fd(s[1]);
+            EXPECT_EQ(fd < 0 ? errno : 0, result) << r.sent;
+            close(fd);
+        }
+        EXPECT_EQ(test::take(s[1], strlen(r.left)), r.left) << r.sent;
+        close(s[0]);
+        close(s[1]);
+        EXPECT_EQ(nextfd(), unused) << r.sent;
     }
 }
 
