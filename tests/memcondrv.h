@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <functional>
 #include <set>
 #include <string>
 #include <utility>
@@ -19,7 +18,6 @@ struct Console {
     std::string refused;        // the one request that fails, with EPERM
     std::set<std::string> held; // what a program has taken and not given back
     plex::xqEventQueue queue = {};
-    std::function<int32_t()> typing; // what drain does; without one the keyboard is silent
     std::array<unsigned char, 4029> video = {};
     std::array<unsigned char, plex::scrnmapsize> map = {};
     std::vector<std::pair<int, int>> writes; // controller register and value
@@ -64,7 +62,7 @@ constexpr plex::condrv memorycondrv = {
             mode->qaddr = &console.queue;
             return mode->signo == SIGUSR2 ? console.request("quemode", "keyboard") : -1;
         },
-    .drain = [] { return console.typing ? console.typing() : 0; },
+    .drain = [] { return 0; },
     .ioports =
         [](int32_t, int32_t on) {
             return on != 0 ? console.request("ioports", "ports")

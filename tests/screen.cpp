@@ -180,46 +180,19 @@ const std::map<std::string, const uint8_t *> values = {
 const std::map<std::string, const int *> results = {
     {"frames", &nframes}, {"status", &status}, {"waited", &waited}};
 
-// How a program comes to a fatal end.
-const std::map<std::string, void (*)(const char *)> ways = {
-    {"message", [](auto *text) { plex::catastro("%s", text); }},
-    {"early",
-     [](auto *text) {
-         plex::grafbuf = nullptr;
-         plex::dsptyp = 0; // no method is chosen
-         plex::catastro("%s", text);
-     }},
-    {"core",
-     [](auto *text) {
-         plex::nocore = 0;
-         plex::catastro("%s", text);
-     }},
-    {"told",
-     [](auto *text) {
-         plex::catrpt = [](auto *name) { printf("%s:%02X:", name, curatr.attr); };
-         plex::catastro("%s", text);
-     }},
-    {"twice",
-     [](auto *text) {
-         plex::catrpt = [](auto *) { plex::catastro("again"); };
-         plex::catastro("%s", text);
-     }},
-    {"exit", [](auto *) { plex::cataexit(); }},
-    {"memory",
-     [](auto *) {
-         test::fault("malloc:1:12 malloc:2:12 malloc:3:12 malloc:4:12");
-         plex::alcmem(1);
-     }},
-    {"tiles",
-     [](auto *) {
-         test::fault("malloc:1:12 malloc:2:12 malloc:3:12 malloc:4:12");
-         plex::alctile(1, 1);
-     }},
-    {"unreported",
-     [](auto *text) {
-         mkdir("CATASTRO.TXT", 0700); // it cannot be opened
-         plex::catastro("%s", text);
-     }},
+constexpr const char *nomemory = "malloc:1:12 malloc:2:12 malloc:3:12 malloc:4:12";
+
+// How a program comes to a fatal end: by itself, or with a message behind what it did here.
+const std::map<std::string, void (*)()> ways = {
+    {"message", [] {}},
+    {"early", [] { plex::grafbuf = nullptr, plex::dsptyp = 0; }}, // no method is chosen
+    {"core", [] { plex::nocore = 0; }},
+    {"told", [] { plex::catrpt = [](auto *name) { printf("%s:%02X:", name, curatr.attr); }; }},
+    {"twice", [] { plex::catrpt = [](auto *) { plex::catastro("again"); }; }},
+    {"exit", [] { plex::cataexit(); }},
+    {"memory", [] { test::fault(nomemory), plex::alcmem(1); }},
+    {"tiles", [] { test::fault(nomemory), plex::alctile(1, 1); }},
+    {"unreported", [] { mkdir("CATASTRO.TXT", 0700); }}, // it cannot be opened
 };
 
 std::string told; // what a fatal error wrote
@@ -240,7 +213,8 @@ void fatal(const std::string &way, const std::string &text) {
             }
             test::spew("frames", all + cells() + std::to_string(waited));
         });
-        ways.at(way)(text.c_str());
+        ways.at(way)();
+        plex::catastro("%s", text.c_str());
     });
     status = outcome.code();
     told = outcome.out + test::slurp("CATASTRO.TXT") + test::slurp("log");

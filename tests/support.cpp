@@ -1,56 +1,19 @@
 #include "tests/support.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sstream>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace test {
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-int left(Clock::time_point deadline) {
-    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    return std::max(0, static_cast<int>(ms.count()));
-}
-
-Clock::time_point soon(int milliseconds) {
-    return Clock::now() + std::chrono::milliseconds(milliseconds);
-}
-
-// Appends what can be read to each text until both descriptors are at their end or patience ran
-// out.
-void collect(int a, std::string &atext, int b, std::string &btext) {
-    const auto deadline = soon(patience);
-    pollfd fds[] = {{a, POLLIN, 0}, {b, POLLIN, 0}};
-    std::string *texts[] = {&atext, &btext};
-    while ((fds[0].fd >= 0 || fds[1].fd >= 0) && poll(fds, 2, left(deadline)) > 0) {
-        for (int i = 0; i < 2; i++) {
-            char buf[4096];
-            if (fds[i].fd < 0 || fds[i].revents == 0) {
-                continue;
-            }
-            const ssize_t n = read(fds[i].fd, buf, sizeof buf);
-            if (n > 0) {
-                texts[i]->append(buf, static_cast<size_t>(n));
-            } else if (n == 0 || errno != EINTR) {
-                fds[i].fd = -1;
-            }
-        }
-    }
-}
-
-} // namespace
 
 Home::Home() : before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     char name[] = "/tmp/plextest.XXXXXX";
@@ -85,22 +48,21 @@ bool exists(const std::string &path) {
 }
 
 bool eventually(const std::function<bool()> &done) {
-    const auto deadline = soon(patience);
-    while (!done()) {
-        if (left(deadline) == 0) {
-            return false;
-        }
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(patience);
+    bool good = done();
+    while (!good && Clock::now() < deadline) {
         poll(nullptr, 0, 1);
+        good = done();
     }
-    return true;
+    return good;
 }
 
 bool readable(int fd, int milliseconds) {
-    const auto deadline = soon(milliseconds);
     pollfd pfd = {fd, POLLIN, 0};
     int n = 0;
     do {
-        n = poll(&pfd, 1, left(deadline));
+        n = poll(&pfd, 1, milliseconds);
     } while (n < 0 && errno == EINTR);
     return n > 0;
 }
@@ -110,18 +72,11 @@ std::string take(int fd, size_t len) {
     while (text.size() < len && readable(fd)) {
         char buf[4096];
         const ssize_t n = read(fd, buf, std::min(sizeof buf, len - text.size()));
-        if (n <= 0) {
+        if (n == 0 || (n < 0 && errno != EINTR)) {
             break;
         }
-        text.append(buf, static_cast<size_t>(n));
+        text.append(buf, n > 0 ? static_cast<size_t>(n) : 0);
     }
-    return text;
-}
-
-std::string drain(int fd) {
-    std::string text;
-    std::string none;
-    collect(fd, text, -1, none);
     return text;
 }
 
@@ -131,6 +86,10 @@ std::string expect(int fd, const std::string &text) {
         byte = take(fd, 1);
     }
     return got;
+}
+
+std::string drain(int fd) {
+    return take(fd, SIZE_MAX);
 }
 
 int Outcome::code() const {
@@ -149,6 +108,7 @@ Program::Program(const std::function<void()> &body) {
     fflush(nullptr);
     pid = fork();
     if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(outpipe[1], 1);
         dup2(errpipe[1], 2);
         for (const int fd : {outpipe[0], outpipe[1], errpipe[0], errpipe[1]}) {
@@ -197,10 +157,18 @@ Program::~Program() {
 }
 
 Outcome Program::wait() {
-    if (!ended) {
-        collect(out, outcome.out, err, outcome.err);
-        ended = eventually([&] { return waitpid(pid, &outcome.status, WNOHANG) != 0; });
+    std::string *const texts[] = {&outcome.out, &outcome.err};
+    pollfd fds[] = {{out, POLLIN, 0}, {err, POLLIN, 0}};
+    while (!ended && (fds[0].fd >= 0 || fds[1].fd >= 0) && poll(fds, 2, patience) != 0) {
+        for (int i = 0; i < 2; i++) {
+            char buf[4096];
+            const ssize_t n = fds[i].revents != 0 ? read(fds[i].fd, buf, sizeof buf) : -1;
+            texts[i]->append(buf, n > 0 ? static_cast<size_t>(n) : 0);
+            fds[i].fd = n == 0 ? -1 : fds[i].fd;
+            fds[i].revents = 0;
+        }
     }
+    ended = ended || eventually([&] { return waitpid(pid, &outcome.status, WNOHANG) != 0; });
     return outcome;
 }
 

@@ -38,14 +38,11 @@ bool eventually(const std::function<bool()> &done);
 // Waits until `fd` can be read (or is at its end); false when patience ran out.
 bool readable(int fd, int milliseconds = patience);
 
-// Reads exactly `len` bytes, or fewer at the end of the stream or of patience.
+// Reads exactly `len` bytes, until `text` has come, or until the end of the stream (a terminal's
+// hang-up counts); less when that or patience comes first.
 std::string take(int fd, size_t len);
-
-// Reads until the end of the stream (a terminal's hang-up counts), or of patience.
-std::string drain(int fd);
-
-// Reads until `text` has come; returns all that came, with `text` at its end unless it never came.
 std::string expect(int fd, const std::string &text);
+std::string drain(int fd);
 
 // How a child ended, and what it wrote.
 struct Outcome {
@@ -57,8 +54,9 @@ struct Outcome {
     int code() const;
 };
 
-// A process beside the test, with its output captured, killed at the latest by the destructor. Its
-// own children must not outlive it with its output, which is read until all close it.
+// A process beside the test, with its output captured, killed at the latest by the destructor or
+// with the test. Its own children must not outlive it with its output, which is read until all
+// close it.
 class Program {
 public:
     // A forked child that exits 0 when `body` returns.

@@ -7,18 +7,15 @@
 #include "tests/support.h"
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
 #include <linux/kd.h>
-#include <pthread.h>
 #include <pty.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
 #include <termios.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -122,47 +119,6 @@ TEST_F(Syscon, AWildQueueIsEmptied) {
         console.type({0x1E});
         EXPECT_EQ(keys(), std::vector<int>{'a'});
     }
-}
-
-// Keys arrive while the program reads: another thread signals without pause, at any moment, and the
-// handler takes a few keys each time, as many as the ring can hold. Each arrives once and in order.
-TEST_F(Syscon, NoKeyIsLostOrDoubledWhileReading) {
-    constexpr int total = 100000;
-    const auto scan = [](int i) { return 0x10 + i * 7 % 10; };
-    volatile int sent = 0;
-    volatile int received = 0;
-    int signals = 0;
-    int burst = 0;
-    console.typing = [&] {
-        signals++;
-        const int room = std::min(total - sent, 1023 - (sent - received));
-        // A handler runs until the keyboard has no more.
-        const int want = burst > 0 ? 0 : std::min(room, 1 + signals % 60);
-        for (burst = 0; burst < want; burst++) {
-            console.put(scan(sent));
-            sent = sent + 1;
-        }
-        return burst;
-    };
-    std::atomic<bool> done = false;
-    std::thread keyboard([&done, reader = pthread_self()] {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, nullptr);
-        while (!done) {
-            pthread_kill(reader, SIGUSR2);
-        }
-    });
-    int wrong = 0;
-    for (int i = 0; i < total; i++) {
-        wrong += plex::unxwreread() != "qwertyuiop"[scan(i) - 0x10] ? 1 : 0;
-        received = i + 1;
-    }
-    done = true;
-    keyboard.join();
-    console.typing = nullptr;
-    EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(plex::unxwrepress(), 0);
 }
 
 // The image is the video memory, the cursor the controller's: its place in 14 and 15, its first and
