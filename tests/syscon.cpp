@@ -1,17 +1,20 @@
-// The system console: sequences of scan codes, the ring, what the driver lends and gets back, and
-// what is said when it refuses; the driver for Linux on a terminal without a screen. What a key
-// stands for: keyboards.cpp.
+// The system console on a terminal of the test's own: sequences of scan codes, the ring, what a
+// program takes of the machine and gives back, what is said when it refuses. What a key stands for:
+// keyboards.cpp.
 
 #include "libsrc/plex.h"
-#include "tests/memcondrv.h"
+#include "libunix/console/condrv.h"
 #include "tests/support.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdarg>
 #include <cstring>
+#include <fcntl.h>
 #include <linux/kd.h>
 #include <pty.h>
+#include <set>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
@@ -20,20 +23,78 @@
 
 namespace {
 
-using test::console;
+// The machine: a terminal gives scan codes, ioctl below answers for the console.
+int master = -1;
+int slave = -1;
+unsigned long refused; // the request that fails, with EPERM
+int kbmode = K_XLATE;
+int display = KD_TEXT;
+std::array<unsigned char, plex::scrnmapsize> map;
+std::set<std::string> held; // what a program has taken and not given back
+std::array<unsigned char, plex::imagebytes> video;
+std::vector<std::pair<int, int>> writes; // the controller's ports and values
+plex::xqEventQueue *queue;
+int drained;
 
-// A console in memory, open, with the translator in its first state and no key waiting.
+constexpr unsigned long opening = 1; // refused, as a request
+constexpr unsigned long mapping = 2;
+
+const plex::condrv terminaldrv = [] {
+    plex::condrv drv = plex::linuxcondrv;
+    drv.conopen = [] {
+        refused == opening ? held.size() : held.insert("console").second;
+        return refused == opening ? -1 : dup(slave);
+    };
+    drv.conclose = [](int32_t fd) {
+        held.erase("console");
+        return plex::linuxcondrv.conclose(fd);
+    };
+    drv.quemode = [](int32_t fd, plex::kd_quemode *mode) {
+        const int32_t result = plex::linuxcondrv.quemode(fd, mode);
+        queue = mode != nullptr ? mode->qaddr : nullptr;
+        return result;
+    };
+    drv.drain = [] {
+        const bool wild = queue == nullptr || queue->xq_size != 64; // a test's own
+        const int32_t came = wild ? 0 : plex::linuxcondrv.drain();
+        drained += came;
+        return came;
+    };
+    drv.ioports = [](int32_t fd, int32_t on) { // the real ones would be written to
+        return ioctl(fd, on != 0 ? KDENABIO : KDDISABIO, 0);
+    };
+    drv.mapvideo = [](int32_t) { return refused == mapping ? nullptr : video.data(); };
+    drv.portwrite = [](uint16_t port, uint8_t value) {
+        writes.emplace_back(port, value);
+        plex::linuxcondrv.portwrite(port, value);
+    };
+    return drv;
+}();
+
 class Syscon : public ::testing::Test {
 protected:
     Syscon() {
-        test::plugin();
+        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
+        plex::condriver = &terminaldrv;
         plex::dsptyp = plex::DSP_SYSCON;
-        EXPECT_EQ(plex::unxwreopen(), 0);
-        console.type({0x38, 0xB8, 0xAA});
+    }
+    ~Syscon() override {
+        plex::unxwreclose();
+        close(master);
+        close(slave);
+    }
+
+    // The translator is in its first state, and no key waits.
+    static void open() {
+        ASSERT_EQ(plex::unxwreopen(), 0);
+        type({0x38, 0xB8, 0xAA});
         keys();
     }
-    ~Syscon() override { plex::unxwreclose(); }
-
+    static void type(const std::vector<uint8_t> &scans) {
+        const int before = drained;
+        EXPECT_EQ(write(master, scans.data(), scans.size()), ssize_t(scans.size()));
+        EXPECT_TRUE(test::eventually([&] { return drained == before + int(scans.size()); }));
+    }
     static std::vector<int> keys() {
         std::vector<int> got;
         while (plex::unxwrepress() != 0) {
@@ -44,10 +105,12 @@ protected:
 };
 
 TEST_F(Syscon, Sequences) {
+    open();
     // Each row ends with all keys up; the last column is `lastscan` (0: entered by digits).
     const struct {
         const char *what;
-        std::vector<int> scans, keys;
+        std::vector<uint8_t> scans;
+        std::vector<int> keys;
         int lastscan;
     } rows[] = {
         {"right shift", {0x36, 0x1E, 0x9E, 0xB6, 0x1E, 0x9E}, {'A', 'a'}, 1},
@@ -68,179 +131,137 @@ TEST_F(Syscon, Sequences) {
         {"beyond the table", {0x57, 0x58, 0x54, 0x7F, 0xFF, 0xE1}, {}, 1},
     };
     for (const auto &r : rows) {
-        console.type({0x39}); // lastscan 1 before each
+        type({0x39}); // lastscan 1 before each
         keys();
-        console.type(r.scans);
+        type(r.scans);
         EXPECT_EQ(keys(), r.keys) << r.what;
         EXPECT_EQ(plex::lascan(), r.lastscan) << r.what;
     }
 }
 
-TEST_F(Syscon, OnlyKeyEventsCount) {
-    for (int type = 0; type < 256; type++) {
-        console.put(0x1E, static_cast<uint8_t>(type));
-        if (type % 50 == 49) { // many in one signal; the queue wraps
-            console.queue.xq_sigenable = 0;
-            raise(SIGUSR2);
-            EXPECT_EQ(console.queue.xq_head, console.queue.xq_tail);
-            EXPECT_EQ(console.queue.xq_sigenable, 1);
-        }
-    }
-    EXPECT_EQ(keys(), std::vector<int>{'a'});
-}
-
-TEST_F(Syscon, TheRingHolds1023) {
-    for (int i = 0; i < 1100; i++) {
-        console.type({i == 1022 ? 0x30 : i > 1022 ? 0x2E : 0x1E}); // the 1023rd is b, then only c
-    }
-    std::vector<int> got = keys();
-    ASSERT_EQ(got.size(), 1023U);
-    EXPECT_EQ(got.back(), 'b');
-    EXPECT_EQ(std::count(got.begin(), got.end(), 'a'), 1022);
-}
-
-// Indices that lead out of the queue: nothing is taken from there, and the next key comes.
-TEST_F(Syscon, AWildQueueIsEmptied) {
-    const int32_t rows[][3] = {{-1, 3, 64},      {0, 64, 64},        {64, 0, 64},
+TEST_F(Syscon, TheRingAndTheQueue) {
+    open();
+    type(std::vector<uint8_t>(64, 0x1E)); // more than the queue holds
+    EXPECT_EQ(keys(), std::vector<int>(64, 'a'));
+    std::vector<uint8_t> scans(1100, 0x2E); // the 1023rd is b, then c: the ring holds no more
+    std::fill_n(scans.begin(), 1023, 0x1E);
+    scans[1022] = 0x30;
+    type(scans);
+    std::vector<int> want(1023, 'a');
+    want.back() = 'b';
+    EXPECT_EQ(keys(), want);
+    // Indices that lead out of the queue: nothing is taken from there, and the next key comes.
+    const int32_t wild[][3] = {{-1, 3, 64},      {0, 64, 64},        {64, 0, 64},
                                {1 << 30, 1, 64}, {5, INT32_MIN, 64}, {0, 3, 0},
                                {0, 3, -64},      {0, 100, 4096},     {0, 3, INT32_MAX}};
-    auto &q = console.queue;
-    for (const auto &r : rows) {
-        std::fill(std::begin(q.xq_events), std::end(q.xq_events),
-                  std::decay_t<decltype(q.xq_events[0])>{plex::XQ_KEY, 0x1E, 0, 0, 0});
-        q.xq_head = r[0];
-        q.xq_tail = r[1];
-        q.xq_size = r[2];
+    for (const auto &w : wild) {
+        std::fill_n(queue->xq_events, 64, plex::xqEvent{plex::XQ_KEY, 0x1E, 0, 0, 0});
+        queue->xq_head = w[0];
+        queue->xq_tail = w[1];
+        queue->xq_size = w[2];
         raise(SIGUSR2);
-        EXPECT_EQ(q.xq_head, q.xq_tail);
-        EXPECT_EQ(keys(), std::vector<int>{}) << r[0] << " " << r[1] << " " << r[2];
-        q.xq_head = q.xq_tail = 0;
-        q.xq_size = plex::xqslots;
-        console.type({0x1E});
-        EXPECT_EQ(keys(), std::vector<int>{'a'});
+        EXPECT_EQ(queue->xq_head, queue->xq_tail);
+        EXPECT_EQ(keys(), std::vector<int>()) << w[0] << " " << w[1] << " " << w[2];
+        queue->xq_head = queue->xq_tail = 0;
+        queue->xq_size = 64;
+        type({0x30});
+        EXPECT_EQ(keys(), std::vector<int>{'b'}) << w[0] << " " << w[1] << " " << w[2];
     }
+    // Of the events only keys count.
+    queue->xq_head = 60;
+    queue->xq_tail = 4;
+    for (int i = 0; i < 8; i++) {
+        queue->xq_events[(60 + i) % 64] = {uint8_t(i), 0x1E, 0, 0, 0};
+    }
+    queue->xq_sigenable = 0;
+    raise(SIGUSR2);
+    EXPECT_EQ(keys(), std::vector<int>{'a'});
+    EXPECT_EQ(queue->xq_sigenable, 1);
 }
 
 // The image is the video memory, the cursor the controller's: its place in 14 and 15, its first and
 // last line in 10 and 11.
 TEST_F(Syscon, ScreenAndCursorAreTheMachines) {
-    using writes = std::vector<std::pair<int, int>>;
-    const auto wrote = [](const std::function<void()> &call) {
-        console.writes.clear();
-        call();
-        return console.writes;
+    open();
+    const struct {
+        void (*call)();
+        std::vector<std::pair<int, int>> registers;
+    } rows[] = {
+        {[] { EXPECT_EQ(plex::frzseg(), video.data()); }, {{10, 13}, {11, 14}}},
+        {[] { plex::cursiz(0); }, {{10, 45}, {11, 14}}},
+        {[] { plex::cursiz(2); }, {{10, 2}, {11, 12}}},
+        {[] { plex::wrcurp(0x184F); }, {{14, 1999 >> 8}, {15, 1999 & 255}}},
+        {[] { plex::unxwreclose(); }, {{10, 13}, {11, 14}}},
     };
-    EXPECT_EQ(wrote([] { EXPECT_EQ(plex::frzseg(), console.video.data()); }),
-              (writes{{10, 13}, {11, 14}}));
-    EXPECT_EQ(wrote([] { plex::cursiz(0); }), (writes{{10, 45}, {11, 14}}));
-    EXPECT_EQ(wrote([] { plex::cursiz(2); }), (writes{{10, 2}, {11, 12}}));
-    EXPECT_EQ(wrote([] { plex::wrcurp(0x184F); }), (writes{{14, 1999 >> 8}, {15, 1999 & 255}}));
+    for (const auto &r : rows) {
+        std::vector<std::pair<int, int>> want;
+        for (const auto &[index, value] : r.registers) {
+            want.insert(want.end(), {{plex::crtindex, index}, {plex::crtdata, value}});
+        }
+        writes.clear();
+        r.call();
+        EXPECT_EQ(writes, want) << &r - rows;
+    }
     EXPECT_EQ(plex::rdcurp(), 0x184F);
-    console.registers[14] = 3; // somebody else moved it
-    console.registers[15] = 0x10;
-    EXPECT_EQ(plex::rdcurp(), (784 / 80) << 8 | 784 % 80);
-    EXPECT_EQ(wrote([] { plex::unxwreclose(); }), (writes{{10, 13}, {11, 14}}));
-    const auto none = [](unsigned char byte) { return byte == 0; };
-    EXPECT_TRUE(std::all_of(console.video.begin(), console.video.end(), none));
+    plex::linuxcondrv.portwrite(plex::crtindex, 15); // somebody else moved it
+    plex::linuxcondrv.portwrite(plex::crtdata, 0x10);
+    EXPECT_EQ(plex::rdcurp(), ((7 * 256 + 16) / 80) << 8 | (7 * 256 + 16) % 80);
+    plex::linuxcondrv.portwrite(plex::crtindex, 255); // there is no such register
+    EXPECT_EQ(plex::linuxcondrv.portread(plex::crtindex), 31);
+    EXPECT_EQ(std::count(video.begin(), video.end(), 0), 4029);
 }
 
-// Whatever is refused: what was taken of the machine is given back, but for what it does not take.
-TEST(Console, RefusalsAreSaid) {
+// Whatever is refused: what was taken of the machine is given back.
+TEST_F(Syscon, RefusalsAreSaid) {
     const std::string noopen = "Display open failed. Exiting.\n";
     const std::string nomap = "Unable to get current screen mapping table\n";
     const struct {
-        std::string refused, said, held;
+        unsigned long refused;
+        std::string said, told;
         int code;
     } rows[] = {
-        {"", "", "", 0},
-        {"conopen", "Unable to open /dev/console\n" + noopen, "", 1},
-        {"quemode", "Cannot set KDQUEMODE" + noopen, "console ", 1}, // its end gives that back
-        {"ioports", "Unable to take control of I/O\n" + noopen, "console keyboard ", 1},
-        {"getscrnmap", nomap, "", 255},
-        {"isconsole", nomap, "", 255},
-        {"mapvideo", "Unable to get base position in video memory\n", "", 255},
-        {"iooff", "unxwrecons: KDDISABIO failed. Operation not permitted.\n", "ports ", 0},
-        {"queoff", "", "", 0},
+        {0, "", "raw found ", 0},
+        {opening, "Unable to open /dev/console\n" + noopen, "", 1},
+        {KDGKBMODE, "Cannot set KDQUEMODE" + noopen, "console ", 1}, // its end closes it
+        {KDSKBMODE, "Cannot set KDQUEMODE" + noopen, "console ", 1},
+        {KDENABIO, "Unable to take control of I/O\n" + noopen, "raw found console ", 1},
+        {GIO_SCRNMAP, nomap, "raw found ", 255},
+        {KDGKBTYPE, nomap, "raw found ", 255},
+        {mapping, "Unable to get base position in video memory\n", "raw found ", 255},
+        {KDDISABIO, "unxwrecons: KDDISABIO failed. Operation not permitted.\n", "raw found ports ",
+         0},
     };
     for (const auto &r : rows) {
         const test::Outcome end = test::inchild([&r] {
-            test::plugin();
-            console.refused = r.refused;
-            console.map[5] = 99;
+            refused = r.refused;
+            map[5] = 99;
             atexit([] {
-                console.held.erase("");
-                for (const std::string &name : console.held) {
+                for (const std::string &name : held) {
                     printf("%s ", name.c_str());
                 }
-                printf("%s", console.map[5] == 99 ? "" : "the map is another");
+                printf("%s", map[5] == 99 && display == KD_TEXT ? "" : "not as it was");
             });
             plex::grafbuf = nullptr;
             plex::opntrm(plex::DSP_SYSCON, "test");
             plex::frzseg();
-            console.map[5] = 1;
+            map[5] = 1;
+            display = KD_GRAPHICS;
             plex::clstrm();
-            console.refused =
-                "conclose"; // a second close is none: the number may be another file's
-            exit(plex::unxwretrm.trmcls() == 1 ? 0 : 9);
+            const int fd = ::open("/dev/null", O_RDONLY); // it may get the console's number
+            exit(plex::unxwretrm.trmcls() == 1 && fcntl(fd, F_GETFD) == 0 ? 0 : 9);
         });
         EXPECT_EQ(end.err, r.said) << r.refused;
-        EXPECT_EQ(end.out, r.held) << r.refused;
+        EXPECT_EQ(end.out, r.told) << r.refused;
         EXPECT_EQ(end.code(), r.code) << r.refused;
     }
 }
 
-// The driver for Linux, on a terminal: its keyboard mode is kept here.
-int kbmode = K_XLATE;
-int display = KD_TEXT;
-int master = -1;
-int slave = -1;
-
-const plex::condrv terminaldrv = [] {
-    plex::condrv drv = plex::linuxcondrv;
-    drv.conopen = [] { return dup(slave); };
-    drv.ioports = [](int32_t, int32_t) { return 0; };
-    return drv;
-}();
-
-class LinuxDriver : public ::testing::Test {
-protected:
-    LinuxDriver() {
-        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-        plex::condriver = &terminaldrv;
-        plex::dsptyp = plex::DSP_SYSCON;
-    }
-    ~LinuxDriver() override {
-        close(master);
-        close(slave);
-    }
-};
-
-TEST_F(LinuxDriver, Bursts) {
-    ASSERT_EQ(plex::unxwreopen(), 0);
-    EXPECT_EQ(kbmode, K_RAW);
-    for (const size_t keys : {1, 32, 400}) { // 64 codes fill the queue
-        std::string codes;
-        for (size_t i = 0; i < keys; i++) {
-            codes += std::string("\x1E\x9E");
-        }
-        EXPECT_EQ(write(master, codes.data(), codes.size()), ssize_t(codes.size()));
-        for (size_t i = 0; i < keys; i++) {
-            ASSERT_TRUE(test::eventually([] { return plex::unxwrepress() != 0; })) << i;
-            ASSERT_EQ(plex::unxwreread(), 'a');
-        }
-    }
-    EXPECT_EQ(plex::unxwrepress(), 0);
-    plex::unxwreclose();
-    EXPECT_EQ(kbmode, K_XLATE);
-}
-
 // However a program ends, the keyboard is as it was found.
-TEST_F(LinuxDriver, IsGivenBackByEveryEnd) {
-    static unsigned char image[plex::imagebytes];
+TEST_F(Syscon, IsGivenBackByEveryEnd) {
     void (*const ends[])() = {[] { exit(0); },
                               [] { plex::catastro("x"); },
                               [] { raise(SIGTERM); },
-                              [] { raise(SIGSEGV); },
+                              [] { raise(SIGQUIT); },
                               [] { plex::condriver->quemode(0, nullptr), _exit(0); },
                               [] {
                                   test::inchild([] { exit(0); }); // not by another process
@@ -253,7 +274,7 @@ TEST_F(LinuxDriver, IsGivenBackByEveryEnd) {
         const auto outcome = test::inchild([&] {
             const rlimit none = {0, 0};
             setrlimit(RLIMIT_CORE, &none);
-            plex::grafbuf = image;
+            plex::grafbuf = video.data();
             plex::nocore = 1;
             EXPECT_EQ(plex::unxwreopen(), 0);
             end();
@@ -265,34 +286,20 @@ TEST_F(LinuxDriver, IsGivenBackByEveryEnd) {
     }
 }
 
-TEST_F(LinuxDriver, Refuses) {
+TEST_F(Syscon, WhatIsNoConsole) {
     const plex::condrv &drv = plex::linuxcondrv;
-    for (const int fd : {slave, -1}) {
-        for (const int slots : {65, 1, 0, -1}) {
-            plex::kd_quemode mode = {slots, SIGUSR2, nullptr};
-            EXPECT_EQ(drv.quemode(fd, &mode), -1);
-            EXPECT_EQ(mode.qaddr, nullptr);
-        }
-        std::array<unsigned char, plex::scrnmapsize> map = {};
-        EXPECT_EQ(drv.getscrnmap(fd, map.data()), -1);
-        EXPECT_EQ(drv.isconsole(fd) + drv.ioports(fd, 1) + drv.setkbmode(fd, 0), -3);
-    }
+    const auto queueing = [&](int fd, int slots) {
+        plex::kd_quemode mode = {slots, SIGUSR2, nullptr};
+        const int result = drv.quemode(fd, &mode);
+        EXPECT_EQ(mode.qaddr, nullptr);
+        return result;
+    };
+    EXPECT_EQ(queueing(slave, 65) + queueing(slave, 1) + queueing(-1, 64), -3);
+    EXPECT_EQ(drv.getscrnmap(-1, map.data()) + drv.isconsole(-1) + drv.setkbmode(-1, 0), -3);
     display = KD_GRAPHICS; // a graphical session's
-    plex::kd_quemode mode = {64, SIGUSR2, nullptr};
-    EXPECT_EQ(drv.quemode(slave, &mode), -1);
+    EXPECT_EQ(queueing(slave, 64), -1);
     EXPECT_EQ(errno, EBUSY);
     EXPECT_EQ(drv.drain(), 0);
-    // Without its ports the registers remember.
-    const int writes[][2] = {{plex::crtindex, 14},
-                             {plex::crtdata, 7},
-                             {plex::crtindex, 255},
-                             {plex::crtdata, 9},
-                             {plex::crtindex, 14}};
-    for (const auto &w : writes) {
-        drv.portwrite(static_cast<uint16_t>(w[0]), static_cast<uint8_t>(w[1]));
-    }
-    EXPECT_EQ(drv.portread(plex::crtdata), 7);
-    EXPECT_EQ(drv.portread(plex::crtindex), 14);
 }
 
 } // namespace
@@ -307,7 +314,12 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
     va_start(args, request);
     void *arg = va_arg(args, void *);
     va_end(args);
-    switch (fd < 0 ? 0 : request) {
+    const bool ofinput = request == GIO_SCRNMAP || request == PIO_SCRNMAP || request == KDGKBTYPE;
+    if (request >> 8 == KDGKBTYPE >> 8 && (request == refused || fd < 0 || (fd == 0) != ofinput)) {
+        errno = EPERM;
+        return -1;
+    }
+    switch (request) {
     case KDGKBMODE:
         *static_cast<int *>(arg) = kbmode;
         return 0;
@@ -317,6 +329,23 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
     case KDSKBMODE:
         kbmode = static_cast<int>(reinterpret_cast<intptr_t>(arg));
         return dprintf(1, kbmode == K_RAW ? "raw " : "found ") < 0;
+    case KDSETMODE:
+        display = static_cast<int>(reinterpret_cast<intptr_t>(arg));
+        return 0;
+    case GIO_SCRNMAP:
+        memcpy(arg, map.data(), map.size());
+        return 0;
+    case PIO_SCRNMAP:
+        memcpy(map.data(), arg, map.size());
+        return 0;
+    case KDENABIO:
+        held.insert("ports");
+        return 0;
+    case KDDISABIO:
+        held.erase("ports");
+        return 0;
+    case KDGKBTYPE:
+        return 0;
     default:
         return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
     }
