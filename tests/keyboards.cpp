@@ -68,32 +68,28 @@ std::vector<Key> keyboard() {
     characters(keys, 0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
     characters(keys, 0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
     characters(keys, 0x39, " ", " ");
+    const auto special = [&](int scan, KeySym sym, Kind kind, int shift, int ctrl, int alt,
+                             const std::string &sent) {
+        keys.push_back(
+            {scan, {sym, sym}, kind, {scan << 8, shift << 8, ctrl << 8, alt}, "\033[" + sent});
+    };
     const char *const fkeys[] = {"1;%dP",  "1;%dQ",  "1;%dR",  "1;%dS",  "15;%d~",
                                  "17;%d~", "18;%d~", "19;%d~", "20;%d~", "21;%d~"};
     for (int i = 0; i < 10; i++) {
-        const KeySym sym = XK_F1 + static_cast<KeySym>(i);
-        keys.push_back({0x3B + i,
-                        {sym, sym},
-                        function,
-                        {(0x3B + i) << 8, (0x54 + i) << 8, (0x5E + i) << 8, (0x68 + i) << 8},
-                        std::string("\033[") + fkeys[i]});
+        special(0x3B + i, XK_F1 + static_cast<KeySym>(i), function, 0x54 + i, 0x5E + i,
+                (0x68 + i) << 8, fkeys[i]);
     }
     const struct {
         int scan;
         KeySym sym;
         int ctrl, number; // what Alt enters with it on the keypad
-        const char *terminal;
+        const char *sent;
     } cursors[] = {{0x47, XK_Home, 0x77, 7, "1;%dH"},  {0x48, XK_Up, 0x8D, 8, "1;%dA"},
                    {0x49, XK_Prior, 0x84, 9, "5;%d~"}, {0x4B, XK_Left, 0x73, 4, "1;%dD"},
                    {0x4D, XK_Right, 0x74, 6, "1;%dC"}, {0x4F, XK_End, 0x75, 1, "1;%dF"},
                    {0x50, XK_Down, 0x91, 2, "1;%dB"},  {0x51, XK_Next, 0x76, 3, "6;%d~"}};
     for (const auto &c : cursors) {
-        const int plain = c.scan << 8;
-        keys.push_back({c.scan,
-                        {c.sym, c.sym},
-                        cursor,
-                        {plain, plain, c.ctrl << 8, c.number},
-                        std::string("\033[") + c.terminal});
+        special(c.scan, c.sym, cursor, c.scan, c.ctrl, c.number, c.sent);
     }
     return keys;
 }

@@ -228,6 +228,19 @@ TEST_F(Runtime, Background) {
     EXPECT_EQ(o.code(), 0);
 }
 
+TEST_F(Runtime, Privilege) {
+    const uid_t user = getuid() == 0 ? 65534 : getuid(); // root may be somebody's program
+    const Outcome o = inchild([&] {
+        getuid() == 0 ? setresuid(user, 0, 0) : 0;
+        const uid_t first = geteuid();
+        plex::relpriv();
+        const uid_t released = geteuid();
+        plex::getpriv();
+        printf("%d %d", released == user, geteuid() == first);
+    });
+    EXPECT_EQ(o.out, "1 1");
+}
+
 TEST_F(Runtime, OpenFiles) {
     const Outcome o = inchild([] {
         setenv("BBSLOG", "stdout", 1);

@@ -11,7 +11,18 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+namespace {
+
+pid_t process; // the id that the tests want to have
+
+} // namespace
+
+extern "C" pid_t getpid() noexcept {
+    return process != 0 ? process : static_cast<pid_t>(syscall(SYS_getpid));
+}
 
 namespace {
 
@@ -179,19 +190,20 @@ TEST(Memory, BlocksAndTiles) {
 
 TEST(Memory, TemporaryNamesAreNew) {
     const test::Home home;
-    char name[64];
-    char want[64];
-    for (unsigned i = 1; i < 2 + 256; i++) {
-        snprintf(want, sizeof want, "./%04X%04X.tmp", i,
-                 static_cast<unsigned>(static_cast<int16_t>(getpid())));
-        if (i == 1) {
-            EXPECT_STREQ(plex::tmpfil(".", "tmp", name), want);
-        } else {
-            test::spew(want, "");
-        }
+    for (const auto &[pid, hex] : {std::pair{7, "0007"}, {0x1234, "1234"}, {0x8ABC, "FFFF8ABC"}}) {
+        const auto outcome = test::inchild([&, number = pid, digits = hex] {
+            process = number;
+            char name[64];
+            printf("%s ", plex::tmpfil(".", "tmp", name));
+            for (int i = 2; i < 258; i++) { // the next 256 are taken
+                snprintf(name, sizeof name, "%04X%s.tmp", i, digits);
+                test::spew(name, "");
+            }
+            printf("%d ", plex::tmpfil(".", "tmp", name) == nullptr);
+            printf("%s", plex::tmpfil(".", "tmp", name));
+        });
+        EXPECT_EQ(outcome.out, "./0001" + std::string(hex) + ".tmp 1 ./0102" + hex + ".tmp");
     }
-    EXPECT_EQ(plex::tmpfil(".", "tmp", name), nullptr);
-    EXPECT_STREQ(strrchr(plex::tmpfil(".", "tmp", name), '/') + 1, name + 2);
 }
 
 } // namespace
