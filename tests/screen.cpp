@@ -1,4 +1,4 @@
-// The screen engine and what is shown on it: scripts, and the images that cannot be had.
+// The screen engine and what is shown on it, by scripts. Images that cannot be had: syscon.cpp.
 //
 // A line of a script of tests/screen is one or more commands, with " / " between them. In texts,
 // \e \n \r \b \f \a \" and \xHH are bytes. Attributes are hexadecimal, other numbers decimal.
@@ -52,14 +52,9 @@ void call(const char *format, int a, int b = 0) {
 
 uint8_t selected;
 uint8_t crt[16];
-const char *failing; // the step that the system console refuses
 
 const plex::condrv controller = [] {
-    plex::condrv c = {}; // the keyboard's part is not asked for
-    c.conopen = [] { return failing == std::string("open") ? -1 : 99; };
-    c.getscrnmap = [](int32_t, unsigned char *) { return failing == std::string("map") ? -1 : 0; };
-    c.isconsole = [](int32_t) { return 0; };
-    c.mapvideo = [](int32_t) -> unsigned char * { return nullptr; };
+    plex::condrv c = {}; // the cursor's part
     c.portwrite = [](uint16_t port, uint8_t value) {
         if (port == plex::crtindex) {
             selected = value;
@@ -77,7 +72,7 @@ const plex::condrv controller = [] {
 // The null console, but it tells.
 const plex::trmhdl plex::nultrm = {
     [] { return 0; },
-    [] { return fputs("closed\n", stderr); },
+    [] { return 1; },
     [] { return 0; },
     [] { return 0; },
     [](int32_t force) { call("update(%d)", force); },
@@ -391,27 +386,6 @@ TEST(ScreenImage, StartsEmpty) {
     EXPECT_EQ(std::count(image, image + 4029, 0), 4029);
     EXPECT_EQ(plex::prfspd(9), 9);
     EXPECT_EQ(plex::speedy, 9);
-}
-
-TEST(ScreenImage, OfTheSystemConsole) {
-    const std::pair<const char *, const char *> rows[] = {
-        {"driver", "closed\nUnable to open /dev/console\n"},
-        {"open", "closed\nUnable to open /dev/console\n"},
-        {"map", "closed\nUnable to get current screen mapping table\n"},
-        {"memory", "closed\nUnable to get base position in video memory\n"},
-    };
-    for (const auto &r : rows) {
-        const auto outcome = test::inchild([&] {
-            reset("vga");
-            plex::grafbuf = nullptr;
-            failing = r.first;
-            plex::condriver = &controller;
-            plex::condev = &r == rows ? nullptr : &controller;
-            plex::frzseg();
-        });
-        EXPECT_EQ(outcome.code(), 255);
-        EXPECT_EQ(outcome.err, r.second);
-    }
 }
 
 TEST(ScreenPrint, CountsAndFormats) {

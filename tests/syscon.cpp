@@ -37,13 +37,17 @@ plex::xqEventQueue *queue;
 int drained;
 
 constexpr unsigned long opening = 1; // refused, as a request
-constexpr unsigned long mapping = 2;
+constexpr unsigned long again = 2;
+constexpr unsigned long mapping = 3;
 
 const plex::condrv terminaldrv = [] {
     plex::condrv drv = plex::linuxcondrv;
     drv.conopen = [] {
-        refused == opening ? held.size() : held.insert("console").second;
-        return refused == opening ? -1 : dup(slave);
+        if (refused == opening || (refused == again && held.count("console") != 0)) {
+            return -1;
+        }
+        held.insert("console");
+        return dup(slave);
     };
     drv.conclose = [](int32_t fd) {
         held.erase("console");
@@ -222,6 +226,7 @@ TEST_F(Syscon, RefusalsAreSaid) {
     } rows[] = {
         {0, "", "raw found ", 0},
         {opening, "Unable to open /dev/console\n" + noopen, "", 1},
+        {again, "Unable to open /dev/console\n", "raw found ", 255}, // for the screen
         {KDGKBMODE, "Cannot set KDQUEMODE" + noopen, "console ", 1}, // its end closes it
         {KDSKBMODE, "Cannot set KDQUEMODE" + noopen, "console ", 1},
         {KDENABIO, "Unable to take control of I/O\n" + noopen, "raw found console ", 1},
