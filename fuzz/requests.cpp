@@ -105,12 +105,16 @@ int fdserver(const char * /*path*/) {
     return -1;
 }
 
+void (*atfork)(AtFork where);
+
 int pty_fork(int *ptrfdm, char *slave_name, const struct termios * /*slave_termios*/,
              const struct winsize * /*slave_winsize*/) {
     strcpy(slave_name, "/dev/pts/fuzz");
     const bool refuse = refusals.back();
     refusals.pop_back();
+    atfork(AtFork::before);
     if (refuse) {
+        atfork(AtFork::failed);
         return -2;
     }
     *ptrfdm = open("/dev/null", O_RDWR);
