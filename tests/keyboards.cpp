@@ -222,12 +222,9 @@ TEST_F(Terminal, SendsThem) {
             }
         }
     }
-    const std::pair<const char *, std::vector<int>> rows[] = {{"\033;", {27, ';'}},
-                                                              {"\033\033OA", {27, 0x4800}},
-                                                              {"\033[1;4A", {}}, // two modifiers
-                                                              {"é", {0x82}},
-                                                              {"♥€", {}},
-                                                              {"\b\x1D", {8, plex::QUITKEY}}};
+    const std::pair<const char *, std::vector<int>> rows[] = {
+        {"\033;", {27, ';'}}, {"\033\033OA", {}}, {"\033[1;4A", {}}, // two modifiers
+        {"é", {0x82}},        {"♥€", {}},         {"\b\x1D", {8, plex::QUITKEY}}};
     for (const auto &[bytes, keys] : rows) {
         EXPECT_EQ(typed(bytes), keys) << bytes;
     }
