@@ -13,10 +13,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 
 // A wait for nothing is not waited for.
 extern "C" int select(int n, fd_set *in, fd_set *out, fd_set *other, timeval *limit) {
@@ -28,12 +31,11 @@ namespace {
 
 volatile sig_atomic_t told; // how often a viewer of this process was told to go
 
-// A viewer that has announced itself.
-int viewer() {
+// A viewer that has announced itself, or another process.
+int viewer(pid_t pid = getpid()) {
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
     const sockaddr_un addr = {AF_UNIX, "plexhost.console"};
     EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr), 0);
-    const int32_t pid = getpid();
     EXPECT_EQ(send(fd, &pid, sizeof pid, 0), 4);
     return fd;
 }
@@ -83,6 +85,33 @@ TEST(Link, NewcomerTakesOver) {
     for (const int fd : {first, second, third}) {
         close(fd);
     }
+}
+
+TEST(Link, IsForItsOwnUserAndItsOwnProcesses) {
+    const test::Home home;
+    umask(0);
+    const int listening = plex::rx11trm.trmopn();
+    const int link = listening + 1; // the next number
+    struct stat st = {};
+    EXPECT_EQ(stat("plexhost.console", &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0600U);
+    const pid_t other = fork();
+    if (other == 0) {
+        pause();
+        _exit(0);
+    }
+    const int fd = viewer(other);
+    EXPECT_NE(dup2(fd, 100), -1);
+    close(fd);
+    EXPECT_EQ(plex::rx11trm.trmhit(), 0);
+    EXPECT_EQ(fcntl(listening, F_GETFD) & fcntl(link, F_GETFD), FD_CLOEXEC);
+    close(100); // it leaves, and what it named is not told
+    EXPECT_EQ(plex::rx11trm.trmhit(), 0);
+    plex::rx11trm.trmcls();
+    int status = 0;
+    EXPECT_EQ(kill(other, SIGTERM), 0);
+    EXPECT_EQ(waitpid(other, &status, 0), other);
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
 }
 
 TEST(LinkOpening, FailureEndsTheProgram) {
@@ -197,10 +226,18 @@ TEST(Segment, ThatCannotBeHadIsFatal) {
          "Server: Could not attach shared memory (12 Cannot allocate memory).\n"},
         {4029, "shmat:1:13", plex::opncshm,
          "Client: Could not attach shared memory (13 Permission denied).\n"},
+        {4029, "foreign", plex::opnsshm,
+         "Server: Could not attach shared memory (13 Permission denied).\n"},
     };
     for (const auto &r : rows) {
-        if (r.size > 0) {
-            EXPECT_GE(shmget(test::segmentkey(), r.size, IPC_CREAT | 0600), 0);
+        const int id = r.size > 0 ? shmget(test::segmentkey(), r.size, IPC_CREAT | 0666) : 0;
+        EXPECT_GE(id, 0);
+        shmid_ds info = {};
+        if (strcmp(r.fault, "foreign") == 0 && shmctl(id, IPC_STAT, &info) == 0) {
+            info.shm_perm.uid = 65534;
+            if (shmctl(id, IPC_SET, &info) < 0) {
+                continue; // a name space without other users
+            }
         }
         const auto outcome = logged([&] {
             plex::nocore = 1;
@@ -211,6 +248,21 @@ TEST(Segment, ThatCannotBeHadIsFatal) {
         EXPECT_EQ(outcome.code(), 90) << r.told;
         EXPECT_EQ(outcome.out, std::string(r.told) + "\n");
     }
+}
+
+TEST(Segment, WithoutItAFatalErrorIsOneWithinOne) {
+    NEED_OWN_SEGMENTS();
+    const test::Home home;
+    EXPECT_GE(shmget(test::segmentkey(), 100, IPC_CREAT | 0600), 0);
+    const auto outcome = test::inchild([] {
+        plex::opntrm(plex::DSP_REMOTE, "test");
+        plex::unxprntf("needs the image");
+    });
+    test::removesegment();
+    const std::string why = "Server: Could not get shared memory. (22 Invalid argument)\n\n";
+    EXPECT_EQ(outcome.code(), 80);
+    EXPECT_EQ(outcome.err, why);
+    EXPECT_NE(test::slurp("CATASTRO.TXT").find(why), std::string::npos);
 }
 
 TEST(Methods, ShowTheSameCells) {

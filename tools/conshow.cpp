@@ -72,14 +72,13 @@ void checksegment() {
     if ((dsptyp & DSP_REMOTE) == 0) {
         return;
     }
-    const key_t key = shmkey();
-    const int id = shmget(key, imagebytes, IPC_CREAT | 0644);
-    void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
-    if (id >= 0 && image != reinterpret_cast<void *>(-1)) {
-        shmdt(image);
+    void *image = tryshm(imagebytes, true);
+    if (image != nullptr) {
+        clscshm(image);
         return;
     }
     const int cause = errno;
+    const key_t key = shmkey();
     clstrm();
     if (cause == EINVAL) {
         fail(1,

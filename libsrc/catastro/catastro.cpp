@@ -7,7 +7,6 @@
 #include "libsrc/base/text.h"
 #include "libsrc/catastro/explode.h"
 #include "libsrc/common/color.h"
-#include "libunix/common/bytord.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/log.h"
 #include "libunix/runtime/process.h"
@@ -15,7 +14,6 @@
 #include "libunix/screen/screen.h"
 
 #include <array>
-#include <bit>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +22,7 @@ namespace plex {
 
 int catact;
 int nocore;
+int shofxs = 1;
 void (*catrpt)(const char *) = dftrpt;
 jmp_buf disaster;
 
@@ -50,42 +49,47 @@ constexpr uint8_t textattr = 0x4F;   // bright white on red
 constexpr uint8_t noticeattr = 0x4E; // yellow on red
 constexpr uint8_t blinking = 0x80;
 
-constexpr uint16_t border = 0xDE00; // blinking yellow on magenta
-constexpr uint16_t inner = noticeattr << 8;
-constexpr uint16_t inside = textattr << 8;
-constexpr uint16_t full = 0xDB; // block characters of code page 437
-constexpr uint16_t upper = 0xDF;
-constexpr uint16_t lower = 0xDC;
+constexpr uint8_t borderattr = 0xDE; // blinking yellow on magenta
 
-constexpr uint16_t framecell(int row, int col) {
+constexpr unsigned char full = 0xDB; // block characters of code page 437
+constexpr unsigned char upper = 0xDF;
+constexpr unsigned char lower = 0xDC;
+
+struct cell {
+    unsigned char glyph;
+    uint8_t attr;
+};
+static_assert(sizeof(cell) == 2); // as in the screen's image
+
+constexpr cell framecell(int row, int col) {
     const int mirrored = col < framecols / 2 ? col : framecols - 1 - col;
     if (row == 0 || row == framerows - 1) {
-        return border | (mirrored == 0 ? full : row == 0 ? upper : lower);
+        return {mirrored == 0 ? full : row == 0 ? upper : lower, borderattr};
     }
     if (mirrored < 2) {
-        return border | (mirrored == 0 ? full : ' ');
+        return {mirrored == 0 ? full : static_cast<unsigned char>(' '), borderattr};
     }
     if (mirrored == 2) {
-        return inner | full;
+        return {full, noticeattr};
     }
-    return row == 1 ? inner | upper : row == framerows - 2 ? inner | lower : inside | ' ';
+    if (row == 1 || row == framerows - 2) {
+        return {row == 1 ? upper : lower, noticeattr};
+    }
+    return {' ', textattr};
 }
 
 // Rows are a screen's width apart; behind the last cell shown the image ends.
 constexpr auto makewin() {
-    std::array<uint16_t, (framerows - 1) * scrcols + framecols> win{};
+    std::array<cell, (framerows - 1) * scrcols + framecols> win{};
     for (int i = 0; i < static_cast<int>(win.size()); i++) {
         const int col = i % scrcols;
-        const uint16_t cell = col < framecols ? framecell(i / scrcols, col) : 0x0720;
-        win[static_cast<size_t>(i)] =
-            std::endian::native == std::endian::little ? cell : __builtin_bswap16(cell);
+        win[static_cast<size_t>(i)] = col < framecols ? framecell(i / scrcols, col) : cell{' ', 7};
     }
     return win;
 }
 
-constinit std::array catawin = makewin(); // stored little-endian until it is shown
+constinit std::array catawin = makewin();
 
-int shofxs = 1; // the report tells the program's state
 int savex;
 int savey;
 char tmpbuf[messagesize];
@@ -103,6 +107,44 @@ const char *formatted(const char *string) {
     return again;
 }
 
+// Adds the message to the report file. False when that cannot be opened.
+bool report(const char *string) {
+    FILE *file = fopen(REPORT, "a");
+    if (file == nullptr) {
+        return false;
+    }
+    fprintf(file, "\n%s %s ", ncedat(today()), nctime(now()));
+    fprintf(file, "%s\n", formatted(string));
+    fclose(file);
+    return true;
+}
+
+// What is shown is the last thing that a person sees, so an open sequence must not eat its
+// beginning nor a scroll region fold it. A program that goes on finds interpretation as it was.
+int found = -1; // ansflg; -1: as the program has it
+
+void plain() {
+    if (found < 0) {
+        found = curatr.ansflg;
+    }
+    curatr.ansflg |= ANS_OFF;
+}
+
+[[noreturn]] void goon(int value) {
+    curatr.ansflg = static_cast<uint8_t>(found);
+    found = -1;
+    longjmp(disaster, value);
+}
+
+// There is no screen to say it on: a fatal error within one.
+[[noreturn]] void blind() {
+    inform("%s\n", tmpbuf);
+    report(tmpbuf);
+    fprintf(stderr, "%s\n", formatted(tmpbuf));
+    clsisam();
+    exit(nested);
+}
+
 void tellstate() {
     const char *cp1 = catfix1();
     const char *cp2 = catfix2();
@@ -110,18 +152,18 @@ void tellstate() {
     if (known) {
         unxprntf("%s,%s\a\n", cp1, cp2);
     }
-    FILE *report = fopen(REPORT, "a");
-    if (report == nullptr) {
+    FILE *file = fopen(REPORT, "a");
+    if (file == nullptr) {
         unxprntf("(Can't re-open %s)\n", REPORT);
         return;
     }
     if (known) {
-        fprintf(report, "%s,%s\n", cp1, cp2);
+        fprintf(file, "%s,%s\n", cp1, cp2);
     }
     savecursor();
-    fflush(report);
+    fflush(file);
     rptphs();
-    fclose(report);
+    fclose(file);
     setatr(curatr.attr | blinking);
     unxprntf("                One moment please...");
     catrpt(REPORT);
@@ -133,14 +175,18 @@ void tellstate() {
 } // namespace
 
 void catastro(const char *string, ...) {
-    // Before anything is counted: deliberate. A program whose image cannot be had comes back here
-    // until its stack is used up; one that must not has its image before anything can fail.
-    frzseg();
-    dblcat();
+    static bool entered; // until the image is there
     va_list args;
     va_start(args, string);
     vsnprintf(tmpbuf, sizeof tmpbuf, string, args);
     va_end(args);
+    if (entered) {
+        blind();
+    }
+    entered = true;
+    frzseg();
+    entered = false;
+    dblcat();
     inform("%s\n", tmpbuf);
     catamsg(1, tmpbuf);
     delay(pause);
@@ -159,17 +205,19 @@ void memcata() {
     getchc();
     savecursor();
     catachk();
-    longjmp(disaster, 49);
+    goon(49);
 }
 
 void cataexit() {
+    plain();
     savecursor();
     cursiz(1);
     catachk();
-    longjmp(disaster, 70);
+    goon(70);
 }
 
 void dblcat() {
+    plain();
     cursiz(1);
     if (++catact == 1) {
         return;
@@ -190,12 +238,7 @@ void catamsg(int blink, const char *string) {
     unxprntf("%s", formatted(string));
     unxprntf("\n");
     savecursor();
-    FILE *report = fopen(REPORT, "a");
-    if (report != nullptr) {
-        fprintf(report, "\n%s %s ", ncedat(today()), nctime(now()));
-        fprintf(report, "%s\n", formatted(string));
-        fclose(report);
-    } else {
+    if (!report(string)) {
         unxprntf("(Can't open %s)\n", REPORT);
     }
     if (catact == 1 && shofxs != 0) {
@@ -205,13 +248,12 @@ void catamsg(int blink, const char *string) {
 
 void pupwin(int blink) {
     // In place: deliberate, a later pop-up finds the frame as this one leaves it.
-    for (uint16_t &cell : catawin) {
-        cell = nus2l(cell);
+    for (cell &c : catawin) {
         if (color == 0) {
-            cell = static_cast<uint16_t>((cell & 0x8FFF) | 0x0F00);
+            c.attr = static_cast<uint8_t>((c.attr & 0x8F) | 0x0F);
         }
         if (blink == 0) {
-            cell &= 0x7FFF;
+            c.attr &= static_cast<uint8_t>(~blinking);
         }
     }
     explodeto(catawin.data(), 0, 0, framecols - 1, framerows - 1, framex, framey);

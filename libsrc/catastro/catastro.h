@@ -15,6 +15,7 @@
 namespace plex {
 
 extern int catact;                         // catastrophes entered; 1 while one is handled
+extern int shofxs;                         // 0: no state line, and catrpt and rptphs are not called
 extern int nocore;                         // non-zero: no core image
 extern void (*catrpt)(const char *filnam); // called with the report's name once it is written
 extern jmp_buf disaster;                   // where a program that recovers would go on

@@ -10,6 +10,7 @@
 #include "libunix/screen/screen.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 namespace plex {
@@ -22,35 +23,48 @@ constexpr unsigned framepause = 10; // microseconds: a yield, no spacing for the
 constexpr int shadowbits = 7;       // what is left of an attribute: dim on black, no blink
 
 // Moves `n` cells; what would fall off the screen is left out.
-void moverun(unsigned char *scr, int dstrow, int dstcol, const unsigned char *src, int srcrow,
-             int srccol, int n) {
-    const int cut = std::max(-dstcol, 0);
-    n = std::min(n, scrcols - dstcol) - cut;
-    if (n <= 0 || dstrow < 0 || dstrow >= scrrows) {
+void moverun(unsigned char *scr, int64_t dstrow, int64_t dstcol, const unsigned char *src,
+             int srcrow, int srccol, int n) {
+    const int64_t cut = std::max<int64_t>(-dstcol, 0);
+    const int64_t len = std::min<int64_t>(n, scrcols - dstcol) - cut;
+    if (len <= 0 || dstrow < 0 || dstrow >= scrrows) {
         return;
     }
     memmove(scr + (dstrow * scrcols + dstcol + cut) * 2,
-            src + (srcrow * scrcols + srccol + cut) * 2, static_cast<size_t>(n) * 2);
+            src + (srcrow * scrcols + srccol + cut) * 2, static_cast<size_t>(len) * 2);
 }
 
-void shade(unsigned char *scr, int row, int col) {
+void shade(unsigned char *scr, int64_t row, int64_t col) {
     if (row >= 0 && row < scrrows && col >= 0 && col < scrcols) {
         scr[(row * scrcols + col) * 2 + 1] &= shadowbits;
     }
 }
 
-void dropshadow(unsigned char *scr, int tux, int tuy, int lrx, int lry) {
-    if (lry < scrrows - 1) {
-        for (int col = tux + 2; col <= std::min(lrx, scrcols - 1); col++) {
+void dropshadow(unsigned char *scr, int64_t tux, int64_t tuy, int64_t lrx, int64_t lry) {
+    for (int col = 0; col < scrcols && lry < scrrows - 1; col++) {
+        if (col >= tux + 2 && col <= lrx) {
             shade(scr, lry + 1, col);
         }
     }
-    const int last = std::min(lry, scrrows - 2);
-    for (int row = tuy + 1; lrx < scrcols - 1 && row <= last + 1; row++) {
-        shade(scr, row, lrx + 1);
-        shade(scr, row, lrx + 2); // cut off at the screen's edge
+    for (int row = 0; row < scrrows && lrx < scrcols - 1; row++) {
+        if (row >= tuy + 1 && row <= lry + 1) {
+            shade(scr, row, lrx + 1);
+            shade(scr, row, lrx + 2); // cut off at the screen's edge
+        }
     }
 }
+
+// A side of the rectangle, from `first` to `last` in the source and beginning at `to` on the
+// screen, is cut to the source's own `size`.
+struct side {
+    int first;
+    int last;
+    int64_t to;
+
+    side(int f, int l, int t, int size)
+        : first(std::clamp(f, 0, size)), last(std::clamp(l, -1, size - 1)),
+          to(int64_t{t} + first - f) {}
+};
 
 } // namespace
 
@@ -58,30 +72,33 @@ void explodell(const void *sptr, int fux, int fuy, int flx, int fly, int tux, in
     const auto *src = static_cast<const unsigned char *>(sptr);
     proff(tux, tuy);
     unsigned char *scr = frzseg();
-    const int wide = flx - fux; // less one, as the height
-    const int high = fly - fuy;
+    const side x(fux, flx, tux, scrcols);
+    const side y(fuy, fly, tuy, scrrows);
+    const int wide = x.last - x.first; // less one, as the height
+    const int high = y.last - y.first;
     const int halfw = (wide + 2) / 2;
     const int halfh = (high + 2) / 2;
-    const int midx = tux + (wide + 1) / 2;
-    const int midy = tuy + (high + 1) / 2;
-    const int left = midx + ((wide + 1) & 1); // where the left pieces end
-    const int top = midy + ((high + 1) & 1);
+    const int64_t midx = x.to + (wide + 1) / 2;
+    const int64_t midy = y.to + (high + 1) / 2;
+    const int64_t left = midx + ((wide + 1) & 1); // where the left pieces end
+    const int64_t top = midy + ((high + 1) & 1);
     int xsize = explodem != 0 ? 0 : halfw - 1;
     int ysize = explodem != 0 ? 0 : halfh - 1;
     while (xsize != halfw || ysize != halfh) {
         xsize = std::min(xsize + 2, halfw);
         ysize = std::min(ysize + 1, halfh);
         for (int i = 0; i < ysize; i++) {
-            const int bottom = fly - ysize + i + 1;
-            moverun(scr, top - ysize + i, left - xsize, src, fuy + i, fux, xsize);
-            moverun(scr, top - ysize + i, midx, src, fuy + i, flx - xsize + 1, xsize);
-            moverun(scr, midy + i, left - xsize, src, bottom, fux, xsize);
-            moverun(scr, midy + i, midx, src, bottom, flx - xsize + 1, xsize);
+            const int right = x.last - xsize + 1;
+            const int bottom = y.last - ysize + i + 1;
+            moverun(scr, top - ysize + i, left - xsize, src, y.first + i, x.first, xsize);
+            moverun(scr, top - ysize + i, midx, src, y.first + i, right, xsize);
+            moverun(scr, midy + i, left - xsize, src, bottom, x.first, xsize);
+            moverun(scr, midy + i, midx, src, bottom, right, xsize);
         }
         delay(framepause);
     }
     if (shd != 0) {
-        dropshadow(scr, tux, tuy, tux + wide, tuy + high);
+        dropshadow(scr, x.to, y.to, x.to + wide, y.to + high);
     }
     updtrm(1);
 }

@@ -2,7 +2,8 @@
 //
 // The source is an image of cells as on the screen (character, attribute; rows 80 cells apart); the
 // rectangle shown is given by its inclusive corners in it, columns and rows from 0. Later output by
-// prat is relative to the window's corner. What a caller places off the screen is not shown.
+// prat is relative to the window's corner. What lies outside the source's 80 by 25 cells, or falls
+// off the screen, is not shown.
 #pragma once
 
 #include <cstdint>

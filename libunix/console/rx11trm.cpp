@@ -18,6 +18,7 @@
 #include <poll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -54,7 +55,7 @@ void clsxcon() {
 }
 
 int32_t xopen() {
-    syssoc = socket(AF_UNIX, SOCK_STREAM, 0);
+    syssoc = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (syssoc < 0 || syssoc >= FD_SETSIZE) { // no set could hold it
         return -1;
     }
@@ -64,6 +65,8 @@ int32_t xopen() {
     constexpr auto len =
         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + sizeof viewendpoint);
     unlink(viewendpoint);
+    fchmod(syssoc,
+           S_IRUSR | S_IWUSR); // the node's mode, whatever the mask: who types here rules here
     if (bind(syssoc, reinterpret_cast<const sockaddr *>(&addr), len) < 0) {
         inform("xopen:bind() %s\n", strerror(errno));
         return -1;
@@ -85,7 +88,15 @@ int32_t xclose() {
     return 0;
 }
 
-// Waits for the new viewer's process id. False unless it came, whole, in one piece and in time.
+// Whether the kernel says that the connection is that process's.
+bool itsown(viewword announcedpid) {
+    ucred peer = {};
+    socklen_t len = sizeof peer;
+    return getsockopt(kbdfd, SOL_SOCKET, SO_PEERCRED, &peer, &len) == 0 && peer.pid == announcedpid;
+}
+
+// Waits for the new viewer's process id. False unless it came, whole, in one piece and in time. One
+// that is not its own is as good as none: another process must not be signalled in its place.
 bool announced() {
     const int64_t deadline = milliseconds() + announcems;
     pollfd viewer = {kbdfd, POLLIN, 0};
@@ -94,14 +105,18 @@ bool announced() {
         const int64_t left = std::max(deadline - milliseconds(), int64_t{0});
         ready = poll(&viewer, 1, static_cast<int>(left));
     } while (ready < 0 && errno == EINTR);
-    return ready > 0 && recv(kbdfd, &pid, sizeof pid, 0) == sizeof pid;
+    if (ready <= 0 || recv(kbdfd, &pid, sizeof pid, 0) != sizeof pid) {
+        return false;
+    }
+    if (!itsown(pid)) {
+        pid = 0;
+    }
+    return true;
 }
 
 void takeviewer() {
     clsxcon();
-    sockaddr_un client = {};
-    socklen_t clilen = sizeof client;
-    kbdfd = accept(syssoc, reinterpret_cast<sockaddr *>(&client), &clilen);
+    kbdfd = accept4(syssoc, nullptr, nullptr, SOCK_CLOEXEC);
     if (kbdfd < 0) {
         return;
     }

@@ -14,11 +14,22 @@
 namespace plex {
 namespace {
 
+constexpr int mode = 0644; // of a segment that is created
+
 int s_shmid; // the segment as the server has it
 int c_shmid; // and as the client has it
 
-// Null when the system refuses.
+// Null when the system refuses, or when somebody else made the segment or was given it: any process
+// may make one under our key, and could then read the screen and forge it.
 void *attach(int id) {
+    shmid_ds segment = {};
+    if (shmctl(id, IPC_STAT, &segment) < 0) {
+        return nullptr;
+    }
+    if (segment.shm_perm.uid != getuid() || segment.shm_perm.cuid != getuid()) {
+        errno = EACCES;
+        return nullptr;
+    }
     void *mem = shmat(id, nullptr, 0);
     return mem == reinterpret_cast<void *>(-1) ? nullptr : mem;
 }
@@ -29,8 +40,13 @@ key_t shmkey() {
     return static_cast<key_t>(getuid() + 1);
 }
 
+void *tryshm(int len, bool create) {
+    const int id = shmget(shmkey(), static_cast<size_t>(len), create ? IPC_CREAT | mode : 0);
+    return id < 0 ? nullptr : attach(id);
+}
+
 void *opnsshm(int len) {
-    s_shmid = shmget(shmkey(), static_cast<size_t>(len), IPC_CREAT | 0644);
+    s_shmid = shmget(shmkey(), static_cast<size_t>(len), IPC_CREAT | mode);
     if (s_shmid < 0) {
         catastro("Server: Could not get shared memory. (%d %s)\n", errno, strerror(errno));
     }

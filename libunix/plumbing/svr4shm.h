@@ -13,9 +13,14 @@ namespace plex {
 key_t shmkey();
 
 // The server side: creates the segment (mode 0644, zero-filled) or finds the one that is there, as
-// it was left, and attaches it with at least `len` bytes. Returns its address. A failure, that of a
-// smaller segment with this key included, is a catastrophe.
+// it was left, and attaches it with at least `len` bytes. Returns its address. A failure is a
+// catastrophe; so is a smaller segment with this key, and one that is not this user's own (EACCES).
 void *opnsshm(int len);
+
+// For a program that wants to know before it relies on the segment: attaches it as opnsshm
+// (`create`) or opncshm would, and gives null, with the cause in errno, where they would not
+// return. To be detached with clscshm.
+void *tryshm(int len, bool create);
 
 // Detaches the segment at `mem` and marks it for removal. Failures are logged and nothing more. A
 // program that ends without this leaves the segment to its next start, which is what our programs

@@ -166,7 +166,8 @@ void moveto(uint16_t pos) {
     }
     if (dxcol() < curatr.wleft) {
         dx = position(dxrow(), curatr.wleft);
-    } else if (dxcol() > curatr.wright) {
+    }
+    if (dxcol() > curatr.wright) { // also then: a window may be inside out
         dx = position(dxrow(), curatr.wright);
     }
     settle(dx);

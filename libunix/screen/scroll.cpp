@@ -40,12 +40,12 @@ void scroll(int by) {
     const int top = curatr.efftop;
     const int bottom = curatr.effbot;
     const int freed = by > 0 ? bottom : top;
-    if (top < bottom && winwidth() > 0) {
+    if (top < bottom) {
         if (winwidth() == scrcols) {
             unsigned char *rows = iscstt + static_cast<size_t>(top) * rowbytes;
             const size_t len = static_cast<size_t>(bottom - top) * rowbytes;
             memmove(by > 0 ? rows : rows + rowbytes, by > 0 ? rows + rowbytes : rows, len);
-        } else {
+        } else if (winwidth() > 0) {
             const auto len = 2 * static_cast<size_t>(winwidth());
             for (int r = by > 0 ? top : bottom; r != freed; r += by) {
                 memcpy(iscstt + rowstart(r), iscstt + rowstart(r + by), len);
@@ -99,8 +99,9 @@ void ffeed() {
 void doback() {
     prep4r();
     if (dxcol() == curatr.wleft) {
-        // Nothing leads out of the window, from above a scroll region either.
-        if (dxrow() == curatr.efftop || dxrow() == curatr.wtop) {
+        // Only the first row that scrolls holds it. Above that it leads out of the window, as far
+        // as the screen goes.
+        if (dxrow() == curatr.efftop || dxrow() == 0) {
             return;
         }
         settle(position(dxrow() - 1, curatr.wright + 1));

@@ -9,8 +9,8 @@ reset window / setatr 48 / print "abcdefg" / setatr 7 / flags 5 6
 print "\b\b" / at 10 6 / screen 10 5 |abcde|  ...| / flags 6
 print "\b" / at 14 5 / screen 10 5 |abcd | / attrs 14 5 30 / flags 5
 print "\b\b\b\b\b\b\b" / at 10 5 / screen 9 4 |.......|.     .| / rest 10 5 14 6
-# Above a scroll region too, and on the screen's first row.
-reset window / print "\e[3;4r\b" / at 10 5 / rest 0 0 -1 -1
+# Above a scroll region it goes on, up to the screen's first row.
+reset window / print "\e[3;4r\b" / at 14 4 / screen 13 4 |. .| / rest 14 4 14 4
 reset / print "\e[3;4r\bx" / screen 0 0 |x.|
 # Form feed clears and homes; the bell rings with its value.
 reset window / print "abc\nx\f" / at 10 5 / is lstctl 12 / rest 10 5 14 8

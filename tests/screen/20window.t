@@ -19,3 +19,6 @@ rest 10 5 74 8 / screen 69 4 |.......| / screen 69 6 |.......|
 # Whose buffer: the window's, and after rstwin the one before.
 reset / setbuf 1 1 5 5 1 / setwin 1 1 5 5 1 / locate 1 1 / print "s" / screen 1 1 |s|
 rstwin / locate 1 1 / print "b" / is private 98 / screen 1 1 |s| / rstwin / unfrez / is all 0
+# A window inside out: a movement ends at its right edge, and the rows that scroll are marked.
+reset shared / setwin 14 5 10 8 1 / locate 5 6 / print "\e[C" / at 10 6 / locate 10 8 / flags
+print "\n" / flags 5 6 7 8 / rest 0 0 -1 -1

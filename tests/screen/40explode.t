@@ -11,6 +11,11 @@ print "\f" / explode 0 0 79 24 0 0 / is frames 20 / screen 0 24 |ABC| / attrs 77
 print "\f" / explode 0 0 79 24 40 20 / screen 38 19 |    |  AB|  AB| / attrs 38 24 ff*2 14*40
 print "\f" / explode 0 0 79 24 -40 -20 / screen 0 0 |IJKL| / screen 38 4 |OP  |    | / attrs 38 4 28*2 07*2
 print "\f" / explode 5 5 15 20 5 5 / is frames 8 / screen 4 5 | FGHIJKLMNOP | / attrs 4 20 ff 24*11 07*2 ff
+# What lies outside the source is not shown, however far.
+reset / nsexploto -3 -1 2 1 10 10 / screen 12 10 |.....|.ABC.|.ABC.|.....| / rest 13 11 15 12
+reset / nsexploto 78 23 90 30 10 10 / screen 9 9 |....|.OP.|.OP.|....|
+reset / explode -2147483648 -2147483648 2147483647 2147483647 2147483647 -2147483648 / rest 0 0 -1 -1
+reset / explode 2147483647 0 -2147483648 24 0 0 / nsexploto 0 0 79 24 -2147483648 2147483647 / rest 0 0 -1 -1
 # The corners come first, two columns by a row each, around the centre, and slide apart. Where a
 # side is odd they meet.
 reset / nsexploto 0 0 9 3 20 4 / is frames 3 / frame 1

@@ -15,6 +15,9 @@ screen 12 12 |here, | / screen 12 13 |                                     |
 # A fatal error within one ends at once.
 reset / fatal twice "first" / is status 80 / screen 12 11 |first| / screen 10 14 |           \x10\x10\x10 YOU SHOULD REBOOT YOUR COMPUTER \x11\x11\x11|
 attrs 21 14 4e*10 / told "\n##-###-## ##:##:## first\nhere,\nfirst\n"
+# Neither a scroll region nor an open sequence spoils it.
+reset / print "\e[1;5r\e[1" / fatal message "12;3H whole" / screen 7 10 |\xdb \xdb  ##-###-## ##:##:##  |
+screen 10 11 |  12;3H whole  | / screen 12 14 |Unexpected exit|
 # Core or none, before a method is chosen, without a message; no memory, not even for the pop-up.
 fatal core "x" / is status 131 / fatal early "soon" / is status 90 / told "\n##-###-## ##:##:## soon\nsoon\n"
 reset / color 0 / fatal exit / is status 90 / screen 12 12 |Unexpected exit| / attrs 7 8 8f*67 / told ""

@@ -44,9 +44,8 @@ void onkilled(int signo) {
 
 // The segment outlives its programs, so having one says nothing; not having one says enough.
 void checksegment() {
-    const int id = shmget(shmkey(), imagebytes, 0);
-    void *image = id < 0 ? nullptr : shmat(id, nullptr, 0);
-    if (id < 0 || image == reinterpret_cast<void *>(-1)) {
+    void *image = tryshm(imagebytes, false);
+    if (image == nullptr) {
         switch (errno) {
         case ENOENT:
             fail(1, "no program of this user shows a console");
@@ -56,7 +55,7 @@ void checksegment() {
             fail(1, "this user's shared memory: %s", strerror(errno));
         }
     }
-    shmdt(image);
+    clscshm(image);
 }
 
 int connectlink(const char *directory) {
