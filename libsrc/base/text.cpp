@@ -132,7 +132,7 @@ int fgetstg(char *stg, int n, FILE *stream) {
             return 1;
         }
         if (i == n - 1) {
-            stg[i] = '\0'; // deliberate: this byte is lost, and callers size `n` for it
+            stg[i] = '\0'; // deliberate: this byte is lost
         }
     }
     return 0;

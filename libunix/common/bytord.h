@@ -30,7 +30,7 @@ int16_t *pnss2l(int16_t bigs);
 uint32_t *pnul2l(uint32_t bigl);
 
 // Stores its copy like the others, but returns the word itself instead of its address. This is
-// deliberate: callers use what it returns as the value.
+// deliberate.
 int32_t pnsl2l(int32_t bigl);
 
 } // namespace plex

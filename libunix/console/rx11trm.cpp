@@ -40,8 +40,7 @@ int64_t milliseconds() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-// Drops the viewer. Its process id is deliberately kept: every later drop signals it again, and
-// viewers rely on being told once more.
+// Drops the viewer. Its process id is deliberately kept: every later drop signals it again.
 void clsxcon() {
     if (kbdfd >= 0) {
         FD_CLR(kbdfd, &crfds);

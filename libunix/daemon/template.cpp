@@ -22,9 +22,9 @@ void set_termios(struct termios *t) {
     t->c_cc[VSTOP] = 0x13;  // ^S
     t->c_cc[VSUSP] = 0x1A;  // ^Z
 
-    // Hosts know a terminal whose end-of-file character is ^A and which has no end-of-line
-    // character: where the system was made, VMIN and VTIME share the slots of VEOF and VEOL and
-    // were set last. Here each has its own, and the result is deliberately the same.
+    // The end-of-file character is ^A, and there is no end-of-line character: where the system was
+    // made, VMIN and VTIME share the slots of VEOF and VEOL and were set last. Here each has its
+    // own, and the result is deliberately the same.
     t->c_cc[VEOF] = 0x01;
     t->c_cc[VEOL] = 0x00;
     t->c_cc[VMIN] = 1;

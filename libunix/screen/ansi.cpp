@@ -2,8 +2,8 @@
 // depends on four bits (ansflg) and the parameters so far, so a stream may be cut anywhere.
 //
 // dx and si name the same cell, but for one case: after an erase to the end of the screen si stands
-// below what was erased, until something computes it from dx again. Callers rely on the picture
-// that this gives. So every store checks si itself, and never trusts dx to bound it.
+// below what was erased, until something computes it from dx again, which is deliberate. So every
+// store checks si itself, and never trusts dx to bound it.
 
 #include "libunix/screen/ansi.h"
 

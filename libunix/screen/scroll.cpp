@@ -137,7 +137,7 @@ void ceoscn() {
         blankrow(row);
     }
     settle(position(row, curatr.wleft));
-    dx = saved; // si stays where the clearing ended: programs rely on where their text then goes
+    dx = saved; // si stays where the clearing ended: deliberate, the rest of the call goes there
 }
 
 } // namespace plex
