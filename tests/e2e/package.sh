@@ -58,15 +58,17 @@ inside sh -ec 'install -d -o vosterd -g vosterd -m 750 /var/lib/vosterd
 quietly inside dpkg -P libplex-dev plex-tools vosterd
 content | diff "$work/before" - | grep '^[<>]' >"$work/left" || true
 [ "$(cat "$work/left")" = "> ./var/lib/vosterd" ] || { echo "left behind:"; cat "$work/left"; exit 1; }
-# What else looks at what is installed.
-for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$root"; done
-for page in "$root"/usr/share/man/man?/*[a-z].[1-8].gz; do
+# What else looks at what is in them.
+files=$work/files
+mkdir "$files"
+for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$files"; done
+for page in "$files"/usr/share/man/man?/*.gz; do
     [ -z "$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l "$page" 2>&1 >/dev/null)" ] ||
         { echo "$page: man complains"; exit 1; }
 done
 if command -v systemd-analyze >/dev/null; then
-    sed -i "s,/usr/sbin/,$root&," "$root"/usr/lib/systemd/system/*
-    quietly systemd-analyze --man=no verify "$root"/usr/lib/systemd/system/*
+    sed -i "s,/usr/sbin/,$files&," "$files"/usr/lib/systemd/system/*
+    quietly systemd-analyze --man=no verify "$files"/usr/lib/systemd/system/*
     [ ! -s "$work/log" ] || { cat "$work/log"; exit 1; }
 else
     echo "skipped: no systemd-analyze to look at the units"
