@@ -9,6 +9,8 @@ DESTDIR=$work cmake --install "$build" --prefix /usr >"$work/log"
 for file in sbin/vosterd bin/plexrun share/man/man8/vosterd.8.gz share/doc/vosterd/copyright; do
     [ -s "$work/usr/$file" ] || { echo "not installed: $file"; exit 1; }
 done
+own=$(find "$work/usr/include" -name registers.h -o -name words.h -o -name condrv.h -o -name xdisplay.h)
+[ -z "$own" ] || { echo "the library's own, yet installed: $own"; exit 1; }
 "$source/tests/e2e/example/build.sh" "$source" "$work/in"
 "$source/tests/e2e/example/build.sh" "$source" "$work/with" "$work/usr"
 
