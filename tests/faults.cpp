@@ -9,6 +9,7 @@
 #include "tests/support.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
