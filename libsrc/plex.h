@@ -17,8 +17,6 @@
 #include "libunix/common/tiles.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
-#include "libunix/console/condrv.h"
-#include "libunix/console/conscreen.h"
 #include "libunix/console/keycode.h"
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"

@@ -20,7 +20,8 @@ need() {
         fi
     fi
     echo "Installing: ${missing[*]}" >&2
-    local get=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0)
+    local get=("${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o Dpkg::Use-Pty=0
+        -o DPkg::Lock::Timeout=300)
     "${get[@]}" update >/dev/null || true
     "${get[@]}" install -y --no-install-recommends "${missing[@]}" </dev/null >&2 || {
         echo "Please install: ${missing[*]}" >&2
@@ -32,11 +33,16 @@ need() {
 BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
 # What the fuzzers and the 32-bit programs are built with.
 FUZZ_PACKAGES=(clang libclang-rt-dev)
-I386_PACKAGES=(g++-multilib lib32ncurses-dev)
+# Not g++-multilib: it would remove the compilers for other processors.
+I386_PACKAGES=("g++-$(gcc -dumpversion 2>/dev/null || echo 12)-multilib" lib32ncurses-dev)
+# What builds for other processors, and runs what was built.
+CROSS_PACKAGES=(qemu-user-static g++-aarch64-linux-gnu g++-s390x-linux-gnu)
 # What the tests drive or are built from.
 TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos mandoc
                pkgconf procps)
 # The emulated PC, without which one test counts as skipped.
 EMULATOR_PACKAGES=(qemu-system-x86)
 # What else CI looks with.
-CI_PACKAGES=(clang-format clang-tidy cppcheck lintian dpkg-dev file man-db)
+CI_PACKAGES=(clang-format clang-tidy cppcheck lintian dpkg-dev file man-db mmdebstrap)
+# What the measurements compare with, and are made with.
+BENCH_PACKAGES=(libvterm-dev libbenchmark-dev)

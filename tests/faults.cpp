@@ -9,6 +9,7 @@
 #include "tests/support.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -41,6 +42,12 @@ TEST(Faults, OfServices) {
         {"getrlimit:1:1", [] { plex::gfinit(), _exit(plex::fopavl); }, 60, ""},
         {"getrlimit:1:1", [] { _exit(plex::maxfil(5)); }, 255, ""},
         {"setrlimit:1:1", [] { _exit(plex::maxfil(5)); }, 255, ""},
+        {"close_range:1:38",
+         [] {
+             plex::closeabove(dup2(2, 99) - 1);
+             _exit(fcntl(99, F_GETFD) == -1 ? 0 : 1);
+         },
+         0, ""},
     };
     test::spew("cfg", "");
     for (const auto &r : rows) {

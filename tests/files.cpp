@@ -41,9 +41,9 @@ TEST(Finder, WhatQualifies) {
         test::spew(name, "");
     }
     mkfifo("fifo.txt", 0600);
-    symlink("a.txt", "link.txt");
-    symlink("d.txt", "dlink.txt");
-    symlink("nowhere", "dangling.txt");
+    EXPECT_EQ(symlink("a.txt", "link.txt"), 0);
+    EXPECT_EQ(symlink("d.txt", "dlink.txt"), 0);
+    EXPECT_EQ(symlink("nowhere", "dangling.txt"), 0);
     const Names files = {"a.txt", "fifo.txt", "link.txt"};
     struct {
         std::string spec;

@@ -201,7 +201,7 @@ TEST(Terminal, Failures) {
     const Outcome o = inchild([] {
         char name[plex::PTYNAME] = "";
         int p[2];
-        pipe(p);
+        ASSERT_EQ(pipe(p), 0);
         printf("%d ", plex::ptys_open(p[0], "/no/such"));
         printf("%d ", fcntl(p[0], F_GETFD)); // closed on the way
         rlimit limit = {};

@@ -24,6 +24,7 @@
 #include "libsrc/common/color.h"
 #include "libsrc/common/memory.h"
 #include "libunix/common/tiles.h"
+#include "libunix/console/condrv.h"
 #include "libunix/console/unxwrecons.h"
 #include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/log.h"

@@ -107,7 +107,7 @@ char *ncedat(uint16_t date) {
 }
 
 char *ncudnt(uint16_t date, uint16_t time) {
-    static char text[sizeof "Mmm DD HH:MM"];
+    static char text[sizeof "Mmm DD  -2147483648"]; // for a compiler that knows nothing of years
     memcpy(text, moname[monthof(date)], sizeof moname[0]);
     strlwr(text + 1);
     snprintf(text + 3, sizeof text - 3, " %2d %02d:%02d", dayof(date), hourof(time),

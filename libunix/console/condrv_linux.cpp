@@ -51,13 +51,13 @@ constexpr size_t registers = 32;
 uint8_t selected;
 std::array<uint8_t, registers> shadow;
 
-void outport(uint8_t value, uint16_t port) {
+void outport([[maybe_unused]] uint8_t value, [[maybe_unused]] uint16_t port) {
 #if PLEX_PORTS
     outb(value, port);
 #endif
 }
 
-uint8_t inport(uint16_t port) {
+uint8_t inport([[maybe_unused]] uint16_t port) {
 #if PLEX_PORTS
     return inb(port);
 #else
@@ -200,7 +200,7 @@ int32_t drain() {
     return static_cast<int32_t>(came);
 }
 
-int32_t ioports(int32_t fd, int32_t on) {
+int32_t ioports([[maybe_unused]] int32_t fd, [[maybe_unused]] int32_t on) {
 #if PLEX_PORTS
     ports = 0;
     if (ioctl(fd, on != 0 ? KDENABIO : KDDISABIO, 0) != 0) {

@@ -9,6 +9,7 @@
 
 #include "libunix/console/unxwrecons.h"
 
+#include "libunix/console/condrv.h"
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/runtime/process.h"

@@ -2,11 +2,11 @@
 // conscreen.h is its screen.
 #pragma once
 
-#include "libunix/console/condrv.h"
-
 #include <cstdint>
 
 namespace plex {
+
+struct condrv;
 
 // The driver, for the screen, from the first open to the end of the process: the image stays mapped
 // when the console is closed, and the cursor may still be moved. Null before.

@@ -49,7 +49,7 @@ void holdendings(AtFork where) {
     // command that kept its own master open would never see a hang-up. In one call, and the table
     // is left as it is: to write to it would cost copies of its memory, and to walk it a call for
     // each command.
-    closefrom(STDERR_FILENO + 1);
+    closeabove(STDERR_FILENO);
     exit(dospawn(cmdstg));
 }
 

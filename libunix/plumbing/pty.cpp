@@ -38,7 +38,7 @@ namespace {
 // write to pages that parent and child then have to copy. There is one thread here, so no lock can
 // be held. Launches go from 0.93 to 0.95 of the floor (cmake --build build --target bench-launch).
 pid_t forkchild() {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+#ifdef PLEX_HAVE_FORK
     return _Fork();
 #else
     return fork();

@@ -127,6 +127,19 @@ void delay(unsigned usecs) {
     select(0, nullptr, nullptr, nullptr, &timeout);
 }
 
+void closeabove(int fd) {
+#ifdef PLEX_HAVE_CLOSE_RANGE
+    if (close_range(static_cast<unsigned>(fd) + 1, ~0U, 0) == 0) {
+        return;
+    }
+#endif
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    for (rlim_t above = static_cast<rlim_t>(fd) + 1; above < limit.rlim_cur; above++) {
+        close(static_cast<int>(above));
+    }
+}
+
 int maxfil(int nofile) {
     rlimit limit = {};
     if (nofile < 0 || getrlimit(RLIMIT_NOFILE, &limit) < 0 ||

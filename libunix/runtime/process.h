@@ -38,6 +38,10 @@ void daemon_wait();
 // Sleeps for `usecs` microseconds; a signal ends the sleep early.
 void delay(unsigned usecs);
 
+// Closes every descriptor above `fd`: in one call, or one by one up to the limit on open files
+// where the system has no such call or refuses it.
+void closeabove(int fd);
+
 // Sets the soft limit on open files to `nofile` and logs it: 0. -1 when the limit cannot be read or
 // set, or the hard limit is lower.
 int maxfil(int nofile);

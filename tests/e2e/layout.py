@@ -9,7 +9,7 @@ import re
 import subprocess
 import sys
 
-CODE = """_Fork close closefrom dup2 execv geteuid getuid grantpt ioctl malloc open64 ptsname_r read send
+CODE = """_Fork close close_range dup2 execv geteuid getuid grantpt ioctl malloc open64 ptsname_r read send
           sendmsg setsid sigaction sigprocmask tcsetattr unlockpt waitpid
           plex::runcmd plex::pty_fork plex::dospawn plex::send_fd plex::process_signal"""
 START = "plex::bgnlog plex::getcfg plex::lsnsoc plex::maklck plex::opntrm plex::stricmp accept4 fopen"

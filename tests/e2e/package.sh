@@ -1,33 +1,76 @@
 #!/usr/bin/env bash
-# Makes the Debian package, lets lintian look at it, and runs what is in it.
-#   package.sh BUILD
+# Makes the Debian packages twice, lets lintian look at them, installs, uses and removes them in a root
+# of their own. Needs root.        package.sh SOURCE BUILD
 set -euo pipefail
-build=$(cd "$1" && pwd)
-work=$(mktemp -d)
+source=$(cd "$1" && pwd) build=$(cd "$2" && pwd)
+work=$(mktemp -d) root=
 trap 'rm -rf "$work"' EXIT
-(cd "$work" && cpack --config "$build/CPackConfig.cmake" -B "$work/pack" >"$work/log" 2>&1) || {
-    cat "$work/log"
-    exit 1
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
+pack() { (cd "$work" && quietly cpack --config "$1/CPackConfig.cmake" -B "$2"); }
+
+# The same sources in another folder, and later, give the same bytes.
+pack "$build" "$work/pack"
+mkdir "$work/elsewhere"
+(cd "$source" && tar -c --exclude './build*' --exclude ./.git .) | tar -xC "$work/elsewhere"
+quietly cmake -G Ninja -S "$work/elsewhere" -B "$work/elsewhere/build" -DPLEX_TESTS=OFF -DPLEX_BENCH=OFF
+quietly cmake --build "$work/elsewhere/build"
+pack "$work/elsewhere/build" "$work/again"
+debs=("$work"/pack/*.deb)
+((${#debs[@]} == 3))
+for deb in "${debs[@]}"; do
+    cmp "$deb" "$work/again/$(basename "$deb")"
+done
+lintian --allow-root --fail-on error,warning "${debs[@]}"
+
+# A root with nothing but what they depend on; it takes a download, and is kept.
+if [ ! -s "$build/root.tar" ]; then
+    needs=$(for deb in "${debs[@]}"; do dpkg-deb -f "$deb" Depends; done |
+        sed 's/systemd | //; s/ *([^)]*)//g; s/ *|[^,]*//g; s/vosterd, //' | paste -sd,)
+    quietly mmdebstrap --variant=essential --include="$needs" \
+        "$(. /etc/os-release && echo "$VERSION_CODENAME")" "$work/root.tar"
+    mv "$work/root.tar" "$build/root.tar"
+fi
+root=$work/root
+mkdir "$root"
+tar -xf "$build/root.tar" -C "$root" --exclude './dev/*'
+# The user stays, as users do: it may own files.
+content() { (cd "$root" && find . -path ./var/lib/dpkg -prune -o -path './var/log/*' -prune -o -print |
+    grep -vE '^./etc/(\.pwd\.lock|(group|g?shadow|passwd)-?)$' | sort); }
+inside() { # in the root, with devices and processes that vanish with it
+    unshare -m --propagation private sh -c 'cd "$0" && mount -t proc proc proc && mount --rbind /dev dev &&
+        exec chroot . "$@"' "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"
 }
-deb=$(find "$work/pack" -maxdepth 1 -name '*.deb')
-lintian --fail-on error "$deb"
-dpkg-deb -x "$deb" "$work/root"
-for page in "$work"/root/usr/share/man/man*/*.gz; do
+content >"$work/before"
+mkdir "$root/debs"
+cp "${debs[@]}" "$root/debs"
+quietly inside sh -c 'dpkg -i /debs/*.deb'
+rm -r "$root/debs"
+"$source/tests/e2e/example/build.sh" "$source" "$work/example" "$root/usr"
+# What systemd does from the unit, then a daemon of that user and a host.
+inside sh -ec 'install -d -o vosterd -g vosterd -m 750 /var/lib/vosterd
+    cp /usr/share/doc/vosterd/examples/plexhost.cfg /tmp
+    export BBSCONFIG=/tmp/plexhost.cfg
+    setpriv --reuid vosterd --regid vosterd --clear-groups vosterd &
+    while [ ! -S /var/lib/vosterd/vosterd.socket ]; do kill -0 $!; done
+    [ "$(plexrun -H /var/lib/vosterd id -un </dev/null | tr -d "\r")" = vosterd ]
+    wait $!
+    rm /tmp/plexhost.cfg'
+quietly inside dpkg -P libplex-dev plex-tools vosterd
+content | diff "$work/before" - | grep '^[<>]' >"$work/left" || true
+[ "$(cat "$work/left")" = "> ./var/lib/vosterd" ] || { echo "left behind:"; cat "$work/left"; exit 1; }
+# What else looks at what is in them.
+files=$work/files
+mkdir "$files"
+for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$files"; done
+for page in "$files"/usr/share/man/man?/*.gz; do
     [ -z "$(LC_ALL=C.UTF-8 MANROFFSEQ='' man --warnings -l "$page" 2>&1 >/dev/null)" ] ||
         { echo "$page: man complains"; exit 1; }
 done
-
-# The daemon of the package serves plexrun of the package.
-mkdir "$work/home"
-printf 'HOME=%s\n' "$work/home" >"$work/plexhost.cfg"
-BBSCONFIG=$work/plexhost.cfg "$work/root/usr/sbin/vosterd" &
-daemon=$!
-for _ in $(seq 1000); do
-    [ -S "$work/home/vosterd.socket" ] && break
-    read -rt 0.01 <> <(:) || true
-done
-status=0
-"$work/root/usr/bin/plexrun" -H "$work/home" sh -c 'exit 7' </dev/null || status=$?
-[ $status = 7 ] || { echo "plexrun of the package: status $status"; exit 1; }
-wait $daemon
-echo "$(basename "$deb") holds"
+if command -v systemd-analyze >/dev/null; then
+    sed -i "s,/usr/sbin/,$files&," "$files"/usr/lib/systemd/system/*
+    quietly systemd-analyze --man=no verify "$files"/usr/lib/systemd/system/*
+    [ ! -s "$work/log" ] || { cat "$work/log"; exit 1; }
+else
+    echo "skipped: no systemd-analyze to look at the units"
+fi
+echo "$(cd "$work/pack" && echo *.deb): the same twice, installed, used, removed"

@@ -75,6 +75,7 @@ using word = long;
 CALL(accept, accept, -1)
 CALL(accept, accept4, -1)
 CALL(bind, bind, -1)
+CALL(close_range, close_range, -1)
 CALL(dup2, dup2, -1)
 CALL(fchmod, fchmod, -1)
 CALL(fcntl, fcntl64, -1)
