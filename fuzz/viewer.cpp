@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -64,7 +65,14 @@ void keys(std::string_view bytes) {
     require(console.trmhit() == 0);
 }
 
-void newviewer(std::string_view bytes) {
+// An odd announcement stands for this process's id; any other is not the viewer's own.
+void newviewer(std::string_view input) {
+    std::string bytes(input);
+    const bool own = bytes.size() >= sizeof pid && (bytes[0] & 1) != 0;
+    const int32_t id = getpid();
+    if (own) {
+        memcpy(bytes.data(), &id, sizeof id);
+    }
     const int before = viewer;
     viewer = socket(AF_UNIX, SOCK_STREAM, 0);
     const sockaddr_un addr = {AF_UNIX, "plexhost.console"};
@@ -78,8 +86,8 @@ void newviewer(std::string_view bytes) {
         pid = -1;
         dropped();
     } else {
-        memcpy(&pid, bytes.data(), sizeof pid);
-        keys(bytes.substr(sizeof pid));
+        pid = own ? id : 0;
+        keys(std::string_view(bytes).substr(sizeof pid));
     }
 }
 

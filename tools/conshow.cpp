@@ -62,7 +62,9 @@ void checkdisplay() {
     if (name != nullptr && !is("nullcon") && !is("xwindow") && !is("unixcon")) {
         fail(1, "BBSDISP=%s is no console: nullcon, xwindow or unixcon", name);
     }
-    if (getoption("BBSLOG") == nullptr) {
+    // Where the system console shows, standard error is the screen.
+    const bool elsewhere = name == nullptr || !is("unixcon");
+    if (elsewhere && getoption("BBSLOG") == nullptr) {
         setenv("BBSLOG", "stderr", 1);
     }
 }
