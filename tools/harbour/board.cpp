@@ -139,6 +139,7 @@ std::string listenat(const std::string &where) {
     if (!loopback(address)) {
         tell(text(0, O_NOTLOOPBACK, {named(address)}));
     }
+    plex::inform("listening at %s\n", named(address).c_str());
     return "";
 }
 

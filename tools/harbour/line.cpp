@@ -130,7 +130,7 @@ std::string padded(std::string text, size_t columns) {
 // What is left of the call.
 std::string timeleft(const Line &line) {
     const Time end = plus(line.called, rules.call);
-    return end == Time::max() ? text(line.language, T_ENDLESS) : hoursminutes(end - rightnow);
+    return end == Time::max() ? text(line.language, T_ENDLESS) : hoursminutes(end - rightnow + std::chrono::seconds(59));
 }
 
 void enter(Line &line, State state) {

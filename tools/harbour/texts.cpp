@@ -5,6 +5,7 @@
 #include "tools/plexview/cp437.h"
 
 #include <cctype>
+#include <cstdio>
 
 namespace harbour {
 namespace {
@@ -48,6 +49,12 @@ std::string opentexts() {
     if (file->msgcnt != T_COUNT + 1) {
         return "harbour.mcv has " + std::to_string(file->msgcnt) + " texts, not " +
                std::to_string(T_COUNT + 1) + ": it is another version's";
+    }
+    char first[sizeof plex::lingo::name] = "";
+    fseek(file->msgfp, file->lnglist, SEEK_SET);
+    plex::fgetstg(first, sizeof first, file->msgfp);
+    if (plex::sameas(first, plex::languages[0]->name) == 0) { // all would come out in that one
+        return "the first language of pxhost.cfg is not the first one of harbour.mcv";
     }
     for (int language = 0; language < plex::nlingo; language++) {
         for (int number = 0; number < file->msgcnt; number++) {
