@@ -29,14 +29,16 @@ need() {
 }
 
 # What it takes to build.
-BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev libtelnet-dev)
 # What the fuzzers and the 32-bit programs are built with.
 FUZZ_PACKAGES=(clang libclang-rt-dev)
 I386_PACKAGES=(g++-multilib lib32ncurses-dev)
 # What the tests drive or are built from.
-TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos mandoc
+TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos inetutils-telnet mandoc
                pkgconf procps)
 # The emulated PC, without which one test counts as skipped.
 EMULATOR_PACKAGES=(qemu-system-x86)
 # What else CI looks with.
 CI_PACKAGES=(clang-format clang-tidy cppcheck lintian dpkg-dev file man-db)
+# What bench/calls compares with.
+BENCH_PACKAGES=(inetutils-telnetd openssh-server)

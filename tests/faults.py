@@ -104,6 +104,15 @@ class Faults(DaemonSuite):
                 self.finish(err=err)
                 self.assertIn(log, slurp("vosterd.log"))
 
+    def testARefusalForAHostThatHearsAll(self):
+        os.environ["BBSREAP"] = "all"
+        self.addCleanup(os.environ.pop, "BBSREAP")
+        self.plan("fork:1:4")
+        self.assertEqual(self.course(1, "/bin/echo x", 1, ""), ([(0, FAILED, 0)], ""))
+        on = [(2, STARTED, 0), "master", (2, ENDED, 0)]
+        self.assertEqual(self.course(2, "/bin/echo on", 3, "on\r\n"), (on, "on\r\n"))
+        self.finish(err=f"pty_fork:fork(): {os.strerror(4)}\n")
+
     def testOfTheRequestLoop(self):
         for faults, code in (("read:1:5", 150 + errno.EIO), ("read:1:104", 0)):
             self.plan(faults)

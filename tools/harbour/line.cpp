@@ -130,7 +130,8 @@ std::string padded(std::string text, size_t columns) {
 // What is left of the call.
 std::string timeleft(const Line &line) {
     const Time end = plus(line.called, rules.call);
-    return end == Time::max() ? text(line.language, T_ENDLESS) : hoursminutes(end - rightnow + std::chrono::seconds(59));
+    return end == Time::max() ? text(line.language, T_ENDLESS)
+                              : hoursminutes(end - rightnow + std::chrono::seconds(59));
 }
 
 void enter(Line &line, State state) {
@@ -325,7 +326,7 @@ constexpr TelnetUser user = {typed, command, size, terminal, tocaller};
 
 // Asks the descriptors for what can be dealt with now; ends a call that is lost.
 void settle(Line &line) {
-    if (taking || line.state == State::none) {
+    if (taking || line.caller < 0) {
         return;
     }
     if (line.lost) {
