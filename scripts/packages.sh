@@ -30,7 +30,7 @@ need() {
 }
 
 # What it takes to build.
-BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev)
+BUILD_PACKAGES=(g++ cmake ninja-build libx11-dev libncurses-dev libtelnet-dev)
 # What the fuzzers and the 32-bit programs are built with.
 FUZZ_PACKAGES=(clang libclang-rt-dev)
 # Not g++-multilib: it would remove the compilers for other processors.
@@ -38,11 +38,11 @@ I386_PACKAGES=("g++-$(gcc -dumpversion 2>/dev/null || echo 12)-multilib" lib32nc
 # What builds for other processors, and runs what was built.
 CROSS_PACKAGES=(qemu-user-static g++-aarch64-linux-gnu g++-s390x-linux-gnu)
 # What the tests drive or are built from.
-TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos mandoc
+TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos inetutils-telnet mandoc
                pkgconf procps)
 # The emulated PC, without which one test counts as skipped.
 EMULATOR_PACKAGES=(qemu-system-x86)
 # What else CI looks with.
 CI_PACKAGES=(clang-format clang-tidy cppcheck lintian dpkg-dev file man-db mmdebstrap)
 # What the measurements compare with, and are made with.
-BENCH_PACKAGES=(libvterm-dev libbenchmark-dev)
+BENCH_PACKAGES=(libvterm-dev libbenchmark-dev inetutils-telnetd openssh-server)

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""Makes the pictures of docs/consoles.md again: docs/images/*.png.
+"""Makes the pictures of docs/consoles.md and docs/harbour.md again: docs/images/*.png.
 
-    scripts/screenshots.py [BUILD]      the build folder, by default "build"
+    scripts/screenshots.py [BUILD [window|viewer|harbour]...]      the build folder, by default "build"
 
-Needs xvfb, xfonts-terminus-dos, xfonts-base, xterm, tmux and xdotool. Each picture is the screen of
+Needs xvfb, xfonts-terminus-dos, xfonts-base, xterm, tmux, inetutils-telnet and xdotool. Each picture is the screen of
 a virtual X server: first conshow's own window, then a terminal in which tmux runs plexview."""
 
 import os
+import socket
 import struct
 import subprocess
 import sys
@@ -45,6 +46,14 @@ class Screen:
         return subprocess.Popen(args, cwd=os.path.dirname(self.file), env=dict(self.env, **env),
                                 stdout=subprocess.DEVNULL)
 
+    def terminal(self, name, command):
+        """A terminal in which tmux, at the socket `name`, runs the command."""
+        font = "-misc-fixed-medium-r-normal--14-130-75-75-c-70-iso10646-1"
+        return self.run(["xterm", "-geometry", "90x28+0+0", "-fn", font, "-fb", font, "-b", "0", "-bc",
+                         "+sb", "-xrm", "*background: black", "-xrm", "*foreground: grey", "-xrm",
+                         "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null",
+                         "new-session", command])
+
     def keys(self, *names):
         subprocess.run(["xdotool", "key", "--delay", "100"] + list(names), env=self.env, check=True)
 
@@ -63,14 +72,14 @@ class Screen:
             rows.append(bytes(rgb))
         return width, height, rows
 
-    def shoot(self, name):
-        """Waits until the screen shows something and stands still, and writes it."""
+    def shoot(self, name, rest=10):
+        """Waits until the screen shows something and stands still for a while, and writes it."""
         last, still = None, 0
         for _ in range(200):
             now = self.pixels()
             still = still + 1 if now == last and any(map(any, now[2])) else 0
             last = now
-            if still == 10:
+            if still == rest:
                 break
             time.sleep(0.1)
         else:
@@ -104,18 +113,37 @@ def viewer():
         shown = screen.run([build + "/conshow", "-n", "plexhost", picture])
         while not os.path.exists(os.path.join(home, "plexhost.console")):
             time.sleep(0.05)
-        font = "-misc-fixed-medium-r-normal--14-130-75-75-c-70-iso10646-1"
-        terminal = screen.run(["xterm", "-geometry", "90x28+0+0", "-fn", font, "-fb", font, "-b", "0",
-                               "-bc", "+sb", "-xrm", "*background: black", "-xrm",
-                               "*foreground: grey", "-xrm", "*boldMode: false", "-e", "tmux", "-u",
-                               "-S", "tmux", "-f", "/dev/null", "new-session",
-                               build + "/plexview"])
+        terminal = screen.terminal("tmux", build + "/plexview")
         screen.shoot("viewer.png")
         screen.keys("Escape")
         shown.wait()
         terminal.wait()
 
 
+def harbour():
+    """A caller at the menu, and the operator with a few lines at work."""
+    with tempfile.TemporaryDirectory() as home, Screen(home, 634, 396) as screen:
+        board = subprocess.Popen([build + "/harbour", "--demo"], env=screen.env, cwd=home,
+                                 stdout=subprocess.PIPE, text=True)
+        port = board.stdout.readline().split()[-1]
+        place = board.stdout.readline().split()[-1]
+        callers = []
+        for keys in ("11E", "12T", "11", "31P"):
+            callers.append(socket.create_connection(("127.0.0.1", int(port))))
+            callers[-1].sendall(keys.encode())
+        call = screen.terminal("caller", "telnet 127.0.0.1 " + port)
+        time.sleep(1)
+        screen.keys("1", "1")
+        screen.shoot("harbour-caller.png")
+        operator = screen.terminal("operator", build + "/plexview " + place)
+        screen.shoot("harbour-operator.png", rest=4)  # it has a clock
+        board.terminate()
+        board.wait()
+        call.wait()
+        operator.wait()
+
+
 os.makedirs(images, exist_ok=True)
-window()
-viewer()
+makers = {"window": window, "viewer": viewer, "harbour": harbour}
+for maker in sys.argv[2:] or makers:
+    makers[maker]()

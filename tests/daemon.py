@@ -308,6 +308,37 @@ class Link(DaemonSuite):
         self.assertEqual(sorted(told), [(1, ENDED, 256), (2, ENDED, 512), (3, ENDED, 0)])
         self.finish()
 
+    def testAllReapsForOneSignal(self):
+        self.begin(env={"BBSREAP": "ALL"})
+        every = [self.run_(user, '/bin/sh -c "read x; exit 1"') for user in range(5)]
+        self.endtogether(every, "\n")
+        self.assertEqual(sorted(self.host.record() for _ in every), [(user, ENDED, 256) for user in range(5)])
+        self.assertEqual(self.commands(), [])
+        self.finish()
+
+    def stranger(self):
+        """What becomes of the connection of one who may not be the host"""
+        program = "import socket; s = socket.socket(socket.AF_UNIX); s.connect('vosterd.socket'); print(s.recv(9))"
+        who = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.getuid() == 0 else {}
+        return subprocess.run([sys.executable, "-c", program], stdout=subprocess.PIPE, text=True, check=False,
+                              timeout=PATIENCE, **who).stdout
+
+    def testOnlyTheNamedUserIsTheHost(self):
+        os.chmod(".", 0o755)
+        self.start(env={"BBSHOST": "daemon"})  # neither this user nor the stranger that root has
+        self.eventually(lambda: os.path.exists("vosterd.socket"))
+        for _ in range(3):
+            self.assertEqual(self.stranger(), "b''\n")
+        if os.getuid() == 0:  # who may always be
+            self.host = protocol.Host(self.home)
+            self.assertEqual(self.output(1, "/bin/echo a"), "a\r\n")
+            self.finish()
+        else:
+            self.signal(signal.SIGTERM)
+            self.assertEqual(self.wait()[0], 115)
+        self.start(env={"BBSHOST": "nobody of that name"})
+        self.assertEqual(self.wait(), (1, "BBSHOST names no user.\n"))
+
     def testTheHostCloses(self):
         self.begin()
         for name in "ab":

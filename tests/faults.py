@@ -12,8 +12,8 @@ from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal,
 class Faults(DaemonSuite):
     file = f"{BUILD}/tests/vosterd_faults"
 
-    def plan(self, faults, begin=True):
-        (self.begin if begin else self.start)("-d", env={"BBSLOG": "file", "FAULTS": faults})
+    def plan(self, faults, begin=True, **env):
+        (self.begin if begin else self.start)("-d", env={"BBSLOG": "file", "FAULTS": faults} | env)
 
     def testAtStart(self):
         endpoint, accept = "Unable to create listen socket.\n", "Unable to accept connection from client.\n"
@@ -103,6 +103,13 @@ class Faults(DaemonSuite):
                 self.assertEqual(self.course(2, "/bin/echo on", len(on), "on\r\n"), (on, "on\r\n"))
                 self.finish(err=err)
                 self.assertIn(log, slurp("vosterd.log"))
+
+    def testARefusalForAHostThatHearsAll(self):
+        self.plan("fork:1:4", BBSREAP="all")
+        self.assertEqual(self.course(1, "/bin/echo x", 1, ""), ([(0, FAILED, 0)], ""))
+        on = [(2, STARTED, 0), "master", (2, ENDED, 0)]
+        self.assertEqual(self.course(2, "/bin/echo on", 3, "on\r\n"), (on, "on\r\n"))
+        self.finish(err=f"pty_fork:fork(): {os.strerror(4)}\n")
 
     def testOfTheRequestLoop(self):
         for faults, code in (("read:1:5", 150 + errno.EIO), ("read:1:104", 0)):

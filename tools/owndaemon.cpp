@@ -50,7 +50,9 @@ std::string finddaemon() {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    setenv("BBSCONFIG", (own.home + "/plexhost.cfg").c_str(), 1);
+    if (!own.kept) {
+        setenv("BBSCONFIG", (own.home + "/plexhost.cfg").c_str(), 1);
+    }
     execl(program.c_str(), "vosterd", static_cast<char *>(nullptr));
     perror(program.c_str());
     _exit(127);
@@ -100,11 +102,12 @@ int joindaemon(OwnDaemon &own) {
 }
 
 void stopdaemon(OwnDaemon &own) {
+    if (own.link >= 0) {
+        close(own.link);
+    }
     if (own.pid > 0) {
         if (own.link < 0) {
             kill(own.pid, SIGTERM); // it waits for a host that will not come
-        } else {
-            close(own.link);
         }
         for (int ms = 0; waitpid(own.pid, nullptr, WNOHANG) == 0; ms++) {
             if (ms == patience) {
@@ -113,7 +116,7 @@ void stopdaemon(OwnDaemon &own) {
             delay(1000); // microseconds
         }
     }
-    if (!own.home.empty()) {
+    if (!own.home.empty() && !own.kept) {
         std::error_code ignored;
         std::filesystem::remove_all(own.home, ignored);
     }

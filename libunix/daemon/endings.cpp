@@ -42,24 +42,22 @@ void logending(int pid, int usrnum, int status) {
     }
 }
 
-void reapone() {
-    if (debug != 0) {
-        inform("Received SIGCHLD.\n");
-    }
+// Whether one was there.
+bool reapone() {
     int status = 0;
     const pid_t pid = waitpid(-1, &status, WNOHANG);
     if (pid < 0) {
         if (debug != 0) {
             inform("wait: %s", strerror(errno)); // deliberately no newline
         }
-        return;
+        return false;
     }
     const Child *child = find_child(pid);
     if (child == nullptr) {
         if (debug != 0) {
             inform("Could not find child (pid=%d)\n", pid);
         }
-        return;
+        return pid > 0;
     }
     const clientmsg notice = {child->usrnum, MSG_ENDED, status};
     if (debug != 0) {
@@ -67,6 +65,7 @@ void reapone() {
     }
     tellhost(&notice, sizeof notice);
     delete_child(pid);
+    return true;
 }
 
 } // namespace
@@ -93,7 +92,11 @@ void unblock_signal(sigset_t oldmask) {
 void process_signal(int signo) {
     const int saved = errno;
     if (signo == SIGCHLD) {
-        reapone();
+        if (debug != 0) {
+            inform("Received SIGCHLD.\n");
+        }
+        while (reapone() && reapall != 0) {
+        }
     } else if (signo == SIGPIPE) {
         fputs("SIGPIPE", stderr);
         cleanup(0);

@@ -13,7 +13,8 @@ sigset_t block_endings();
 void unblock_signal(sigset_t oldmask);
 
 // The SIGCHLD handler: reaps one ended command, however many there are, and tells the host. Ended
-// commands whose signals merged are reaped with the signals that follow.
+// commands whose signals merged are reaped with the signals that follow. With reapall it reaps them
+// all.
 void process_signal(int signo);
 
 // Drops the user's most recent command and sends its process SIGTERM. The host is not told of its

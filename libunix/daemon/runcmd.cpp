@@ -66,12 +66,17 @@ int runcmd(int usrnum, char *cmdstg) {
     }
     clientmsg message = {};
     if (pid < 0) {
+        // Deliberately SIGCHLD stays blocked for good, and no later end is told; unless the host
+        // has asked to hear of all.
+        if (reapall != 0) {
+            unblock_signal(oldmask);
+        }
         if (debug != 0) {
             inform("COMMAND FAILED!\n");
         }
         message.msgtyp = MSG_FAILED;
         tellhost(&message, sizeof message);
-        return 1; // deliberately with SIGCHLD blocked for good: no later end is told
+        return 1;
     }
     add_child(usrnum, pid, ptymfd);
     unblock_signal(launchmask);

@@ -22,6 +22,7 @@ extern int bbsfd;  // the connection to the host
 
 // Set by start, and never again.
 extern int debug;         // non-zero: tell the log what happens
+extern int reapall;       // non-zero: one SIGCHLD is as good as many
 extern termios mytermios; // the template that every command's terminal starts with
 extern winsize mywinsize;
 extern sighandler sigpipe; // what SIGPIPE did before the daemon ignored it, and does in commands

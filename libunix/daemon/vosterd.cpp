@@ -20,8 +20,12 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <pwd.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace plex {
@@ -73,6 +77,40 @@ void handle(int signo, sighandler func, const char *failure, int status) {
     }
 }
 
+// The user who may be the host besides root, when BBSHOST names one; else -1. From the file itself:
+// what else could know users is not linked in.
+int64_t hostuser() {
+    const char *name = getoption("BBSHOST");
+    if (name == nullptr) {
+        return -1;
+    }
+    FILE *users = fopen("/etc/passwd", "re");
+    const passwd *user = nullptr;
+    while (users != nullptr && (user = fgetpwent(users)) != nullptr &&
+           strcmp(user->pw_name, name) != 0) {
+    }
+    if (user == nullptr) {
+        refuse("BBSHOST names no user.\n", 1);
+    }
+    fclose(users);
+    return user->pw_uid;
+}
+
+// Waits for the host. Whoever may not be it is let go at once, and does not take its place.
+int accepthost(int64_t user) {
+    for (;;) {
+        const int fd = acceptfd(ipcfd);
+        ucred peer = {};
+        socklen_t len = sizeof peer;
+        if (fd < 0 || user < 0 ||
+            (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) == 0 &&
+             (peer.uid == 0 || peer.uid == user))) {
+            return fd;
+        }
+        close(fd);
+    }
+}
+
 void start(int argc, char **argv) {
     // Without them the lock, the endpoint or the link would be a command's input or output, and
     // what is said on standard error would go to the host.
@@ -89,6 +127,9 @@ void start(int argc, char **argv) {
     }
     readargs(argc, argv);
     maketemplate();
+    const char *reap = getoption("BBSREAP");
+    reapall = reap != nullptr ? sameas(reap, "all") : 0;
+    const int64_t user = hostuser();
     handle(SIGCHLD, process_signal, "Unable to install SIGCHLD handler.\n", 3);
     handle(SIGTERM, cleanup, "Unable to install SIGTERM handler.\n", 4);
     handle(SIGINT, cleanup, "Unable to install SIGINT handler.\n", 5);
@@ -96,7 +137,7 @@ void start(int argc, char **argv) {
     if (ipcfd < 0) {
         refuse("Unable to create listen socket.\n", 1);
     }
-    bbsfd = acceptfd(ipcfd);
+    bbsfd = accepthost(user);
     if (bbsfd < 0) {
         refuse("Unable to accept connection from client.\n", 2);
     }

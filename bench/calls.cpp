@@ -1,0 +1,560 @@
+// What harbour costs, beside a bare relay (one process, one pseudo-terminal, no host) and beside
+// telnetd serving the same program from a listener of ours. All ratios are from this one run.
+//
+//     bench/calls [CALLERS]        500 when nothing is said
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <pty.h>
+#include <sched.h>
+#include <sstream>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned char IAC = 255;
+constexpr unsigned char DONT = 254;
+constexpr unsigned char DO = 253;
+constexpr unsigned char WONT = 252;
+constexpr unsigned char WILL = 251;
+constexpr long flood = 256L << 20;
+constexpr int keystrokes = 4000;
+constexpr int callsatonce = 8;
+
+[[noreturn]] void fail(const char *what) {
+    perror(what);
+    exit(1);
+}
+
+double seconds(Clock::time_point since) {
+    return std::chrono::duration<double>(Clock::now() - since).count();
+}
+
+// A process that does not outlive this one.
+pid_t child() {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+    }
+    return pid;
+}
+
+int listenany(int &port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in at = {};
+    at.sin_family = AF_INET;
+    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof at;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&at), len) != 0 || listen(fd, 1024) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr *>(&at), &len) != 0) {
+        fail("listen");
+    }
+    port = ntohs(at.sin_port);
+    return fd;
+}
+
+int dial(int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in at = {};
+    at.sin_family = AF_INET;
+    at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    at.sin_port = htons(static_cast<uint16_t>(port));
+    const int on = 1;
+    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr *>(&at), sizeof at) != 0 ||
+        setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+        fail("connect");
+    }
+    return fd;
+}
+
+void say(int fd, const std::string &bytes) {
+    if (send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(bytes.size())) {
+        fail("send");
+    }
+}
+
+// A caller who accepts binary mode and no other option. `seen` keeps the data that came last.
+struct Caller {
+    int fd = -1;
+    std::string seen;
+    std::string raw;
+    bool closed = false;
+
+    // Takes what is there, answering offers.
+    void take() {
+        char bytes[65536];
+        errno = 0;
+        const ssize_t n = recv(fd, bytes, sizeof bytes, 0);
+        closed = n <= 0;
+        raw.append(bytes, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+        size_t at = 0;
+        while (at < raw.size()) {
+            if (static_cast<unsigned char>(raw[at]) != IAC) {
+                const size_t next = std::min(raw.find(static_cast<char>(IAC), at), raw.size());
+                seen.append(raw, at, next - at);
+                at = next;
+                continue;
+            }
+            if (raw.size() - at < 3) {
+                break;
+            }
+            const auto verb = static_cast<unsigned char>(raw[at + 1]);
+            if (verb == WILL || verb == DO) {
+                const bool binary = raw[at + 2] == 0;
+                const auto answer = verb == WILL ? (binary ? DO : DONT) : (binary ? WILL : WONT);
+                const char bytes[] = {static_cast<char>(IAC), static_cast<char>(answer),
+                                      raw[at + 2]};
+                send(fd, bytes, sizeof bytes, MSG_NOSIGNAL); // he may have gone
+            }
+            at += 3;
+        }
+        raw.erase(0, at);
+    }
+    void expect(const char *text) {
+        size_t at = 0;
+        while ((at = seen.find(text)) == std::string::npos) {
+            if (closed) {
+                fprintf(stderr, "calls: no \"%s\" in \"%s\"\n", text, seen.c_str());
+                exit(1);
+            }
+            take();
+        }
+        seen.erase(0, at + strlen(text));
+    }
+    void end() {
+        close(fd);
+        *this = {};
+    }
+};
+
+// --- the boards
+
+std::string home;
+pid_t board = -1;
+int boardport;
+
+void write(const std::string &name, const std::string &text) {
+    std::ofstream(home + "/" + name) << text;
+}
+
+std::string slurp(const std::string &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+void startboard(int lines) {
+    write("cfg", "HOME=" + home + "\nLISTEN=127.0.0.1:0\nLINES=" + std::to_string(lines) +
+                     "\nIDLE=0\nMINUTES=0\n");
+    write("pxhost.cfg", "NLingo=1\nLNG=English/ANSI\n");
+    write("harbour.menu", "C|0|Cat|/bin/sh -c \"stty raw -echo; echo =; exec cat\"\n"
+                          "Z|0|Zeros|/bin/sh -c \"stty raw -echo; exec head -c " +
+                              std::to_string(flood) + " /dev/zero\"\nT|0|True|/bin/true\n");
+    unlink((home + "/harbour.log").c_str());
+    board = child();
+    if (board == 0) {
+        setenv("BBSCONFIG", (home + "/cfg").c_str(), 1);
+        setenv("BBSLOG", "file", 1);
+        setenv("BBSDISP", "nullcon", 1);
+        execl(HARBOUR, "harbour", nullptr);
+        _exit(127);
+    }
+    size_t at = 0;
+    std::string log;
+    while ((at = (log = slurp(home + "/harbour.log")).find("listening at 127.0.0.1:")) ==
+           log.npos) {
+        if (waitpid(board, nullptr, WNOHANG) != 0) {
+            fail("harbour");
+        }
+        poll(nullptr, 0, 1);
+    }
+    boardport = atoi(log.c_str() + at + 23);
+}
+
+void stop(pid_t pid) {
+    kill(pid, SIGTERM);
+    waitpid(pid, nullptr, 0);
+}
+
+Caller atmenu() {
+    Caller caller;
+    caller.fd = dial(boardport);
+    say(caller.fd, "1");
+    caller.expect("Your choice: ");
+    return caller;
+}
+
+Caller withprogram(const char *key, const char *shows) {
+    Caller caller = atmenu();
+    say(caller.fd, key);
+    caller.expect(shows);
+    return caller;
+}
+
+// The bare relay: for each connection a program on a terminal of its own, one connection at a time.
+void copy(int from, int to, bool &open) {
+    static char bytes[65536];
+    const ssize_t n = read(from, bytes, sizeof bytes);
+    open = n > 0;
+    for (ssize_t done = 0; done < n && open;) {
+        const ssize_t put = ::write(to, bytes + done, static_cast<size_t>(n - done));
+        open = put > 0;
+        done += put;
+    }
+}
+
+pid_t startbare(const char *command, int &port) {
+    const int listener = listenany(port);
+    const pid_t pid = child();
+    if (pid != 0) {
+        close(listener);
+        return pid;
+    }
+    signal(SIGPIPE, SIG_IGN);
+    for (;;) {
+        const int caller = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+        const int on = 1;
+        setsockopt(caller, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        int master = -1;
+        const pid_t program = forkpty(&master, nullptr, nullptr, nullptr);
+        if (program == 0) {
+            execl("/bin/sh", "sh", "-c", command, nullptr);
+            _exit(127);
+        }
+        for (bool open = true; open;) {
+            pollfd fds[] = {{caller, POLLIN, 0}, {master, POLLIN, 0}};
+            poll(fds, 2, -1);
+            if (fds[1].revents != 0) {
+                copy(master, caller, open);
+            }
+            if (fds[0].revents != 0 && open) {
+                copy(caller, master, open);
+            }
+        }
+        close(master);
+        close(caller);
+        waitpid(program, nullptr, 0);
+    }
+}
+
+// telnetd from a listener, as inetd has it.
+pid_t starttelnetd(const char *program, int &port) {
+    const int listener = listenany(port);
+    const pid_t pid = child();
+    if (pid != 0) {
+        close(listener);
+        return pid;
+    }
+    signal(SIGCHLD, SIG_IGN);
+    for (;;) {
+        const int caller = accept(listener, nullptr, nullptr);
+        if (fork() == 0) {
+            for (int fd = 0; fd < 3; fd++) {
+                dup2(caller, fd);
+            }
+            close(caller);
+            signal(SIGCHLD, SIG_DFL);
+            execl("/usr/sbin/telnetd", "telnetd", "-h", "-E", program, nullptr);
+            _exit(127);
+        }
+        close(caller);
+    }
+}
+
+// --- what is measured
+
+long field(pid_t pid, const char *file, const char *name) {
+    const std::string text = slurp("/proc/" + std::to_string(pid) + "/" + file);
+    const size_t at = text.find(name);
+    return at == text.npos ? 0 : atol(text.c_str() + at + strlen(name));
+}
+
+long rss(pid_t pid) {
+    return field(pid, "status", "VmRSS:");
+}
+
+std::vector<pid_t> childrenof(pid_t pid) {
+    const std::string id = std::to_string(pid);
+    std::istringstream text(slurp("/proc/" + id + "/task/" + id + "/children"));
+    std::vector<pid_t> pids;
+    for (pid_t child = 0; text >> child;) {
+        pids.push_back(child);
+    }
+    return pids;
+}
+
+// The share of memory of a process and all that it started.
+long pss(pid_t pid) {
+    long sum = field(pid, "smaps_rollup", "Pss:");
+    for (const pid_t child : childrenof(pid)) {
+        sum += pss(child);
+    }
+    return sum;
+}
+
+double keystroke(Caller &caller) {
+    const auto start = Clock::now();
+    char byte = 'x';
+    send(caller.fd, &byte, 1, MSG_NOSIGNAL);
+    if (recv(caller.fd, &byte, 1, 0) != 1 || byte != 'x') {
+        fail("keystroke");
+    }
+    return seconds(start) * 1e6;
+}
+
+double at(std::vector<double> &times, double part) {
+    std::sort(times.begin(), times.end());
+    return times[static_cast<size_t>(static_cast<double>(times.size() - 1) * part)];
+}
+
+void latency(std::vector<Caller> &callers) {
+    int port = 0;
+    const pid_t bare = startbare("stty raw -echo; echo =; exec cat", port);
+    Caller alone;
+    alone.fd = dial(port);
+    alone.expect("=\n");
+    std::vector<double> times[2];
+    for (int i = 0; i < keystrokes; i++) { // in turns, so that the machine is the same for both
+        times[0].push_back(keystroke(alone));
+        times[1].push_back(keystroke(callers[static_cast<size_t>(rand()) % callers.size()]));
+    }
+    for (const double part : {0.5, 0.99}) {
+        printf("keystroke p%.0f: bare %.1f us, harbour with %zu callers %.1f us: %.2f times\n",
+               part * 100, at(times[0], part), callers.size(), at(times[1], part),
+               at(times[1], part) / at(times[0], part));
+    }
+    alone.end();
+    stop(bare);
+}
+
+// Megabytes a second of one caller's output.
+double rate(Caller &caller) {
+    static char bytes[1 << 20];
+    const auto start = Clock::now();
+    for (long got = 0; got < flood;) {
+        const ssize_t n = recv(caller.fd, bytes, sizeof bytes, 0);
+        if (n <= 0) {
+            fail("output");
+        }
+        got += std::count(bytes, bytes + n, '\0');
+    }
+    return static_cast<double>(flood) / seconds(start) / 1e6;
+}
+
+double bestbare(int rounds) {
+    int port = 0;
+    const std::string command =
+        "stty raw -echo; exec head -c " + std::to_string(flood) + " /dev/zero";
+    const pid_t bare = startbare(command.c_str(), port);
+    double best = 0;
+    for (int i = 0; i < rounds; i++) {
+        Caller caller;
+        caller.fd = dial(port);
+        best = std::max(best, rate(caller));
+        caller.end();
+    }
+    stop(bare);
+    return best;
+}
+
+void throughput(const char *who) {
+    double bare = 0;
+    double board = 0;
+    for (int i = 0; i < 3; i++) { // in turns
+        bare = std::max(bare, bestbare(1));
+        Caller caller = atmenu();
+        say(caller.fd, "z");
+        board = std::max(board, rate(caller));
+        caller.end();
+    }
+    printf("256 MiB of output, %s: bare %.0f MB/s, harbour %.0f MB/s: %.2f\n", who, bare, board,
+           board / bare);
+}
+
+void oncores(int cores, pid_t pid) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int i = 0; i < cores; i++) {
+        CPU_SET(i, &set);
+    }
+    sched_setaffinity(pid, sizeof set, &set);
+}
+
+// Calls a second, several at a time, each in a process of its own: connect, run, see it end.
+template <class Call> double calls(double howlong, Call call) {
+    int pipes[2];
+    if (pipe(pipes) != 0) {
+        fail("pipe");
+    }
+    const auto start = Clock::now();
+    for (int i = 0; i < callsatonce; i++) {
+        if (fork() == 0) {
+            long n = 0;
+            while (seconds(start) < howlong) {
+                n += call() ? 1 : 0;
+            }
+            [[maybe_unused]] const ssize_t told = ::write(pipes[1], &n, sizeof n);
+            _exit(0);
+        }
+    }
+    long sum = 0;
+    for (int i = 0; i < callsatonce; i++) {
+        long n = 0;
+        if (read(pipes[0], &n, sizeof n) != sizeof n) {
+            fail("calls");
+        }
+        sum += n;
+    }
+    const double took = seconds(start);
+    close(pipes[0]);
+    close(pipes[1]);
+    return static_cast<double>(sum) / took;
+}
+
+void callrate(int cores) {
+    oncores(cores, 0); // what is started from here on inherits it
+    startboard(64);
+    const double ours = calls(5, [] {
+        Caller caller = withprogram("t", "True has ended");
+        caller.expect("Your choice: ");
+        caller.end();
+        return true;
+    });
+    stop(board);
+    int port = 0;
+    const pid_t other = starttelnetd("/bin/true", port);
+    const double theirs = calls(5, [port] {
+        Caller caller;
+        caller.fd = dial(port);
+        const timeval patience = {1, 0}; // a program that ends at once escapes telnetd now and then
+        setsockopt(caller.fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        while (!caller.closed) {
+            caller.take();
+        }
+        const bool ended = errno != EAGAIN;
+        caller.end();
+        return ended;
+    });
+    stop(other);
+    printf("calls a second on %d core%s: telnetd %.0f, harbour %.0f: %.2f times\n", cores,
+           cores == 1 ? "" : "s", theirs, ours, ours / theirs);
+    oncores(CPU_SETSIZE, 0);
+}
+
+void idlememory() {
+    constexpr int count = 100;
+    std::vector<Caller> callers;
+    startboard(count);
+    for (int i = 0; i < count; i++) {
+        callers.push_back(withprogram("c", "="));
+    }
+    const long ours = pss(board);
+    for (Caller &caller : callers) {
+        caller.end();
+    }
+    callers.clear();
+    stop(board);
+    int port = 0;
+    const pid_t other = starttelnetd("/bin/cat", port);
+    for (int i = 0; i < count; i++) {
+        Caller caller;
+        caller.fd = dial(port);
+        say(caller.fd, "x\r");
+        caller.expect("x");
+        callers.push_back(caller);
+    }
+    const long theirs = pss(other);
+    printf("memory of %d idle calls, with their cat: telnetd %ld kB, harbour %ld kB: %.2f\n", count,
+           theirs, ours, static_cast<double>(ours) / static_cast<double>(theirs));
+    for (Caller &caller : callers) {
+        caller.end();
+    }
+    stop(other);
+}
+
+long ticks(pid_t pid) {
+    const std::string text = slurp("/proc/" + std::to_string(pid) + "/stat");
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::string skipped;
+    for (int i = 0; i < 11; i++) {
+        fields >> skipped;
+    }
+    long user = 0;
+    long system = 0;
+    fields >> user >> system;
+    return user + system;
+}
+
+void withcallers(int count) {
+    startboard(count + 1);
+    std::vector<Caller> callers = {withprogram("c", "=\n")};
+    const long one = rss(board);
+    throughput("one caller more");
+    const long used = rss(board);
+    while (static_cast<int>(callers.size()) < count) {
+        callers.push_back(withprogram("c", "=\n"));
+    }
+    printf(
+        "memory: harbour %ld kB with one caller, %ld after the output; each of %d more: %.1f kB\n",
+        one, used, count - 1, static_cast<double>(rss(board) - used) / std::max(count - 1, 1));
+    latency(callers);
+    throughput("beside the idle lines");
+    const long before = ticks(board);
+    poll(nullptr, 0, 10000);
+    printf("idle with %d callers: %.2f %% of a core\n", count,
+           static_cast<double>(ticks(board) - before) * 100 /
+               static_cast<double>(sysconf(_SC_CLK_TCK)) / 10);
+    for (Caller &caller : callers) {
+        caller.end();
+    }
+    stop(board);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const int count = argc > 1 ? atoi(argv[1]) : 500;
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    signal(SIGPIPE, SIG_IGN);
+    char dir[] = "/tmp/calls.XXXXXX";
+    home = mkdtemp(dir) != nullptr ? dir : "";
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+
+    if (count > 0) {
+        withcallers(count);
+    }
+    if (access("/usr/sbin/telnetd", X_OK) == 0) {
+        callrate(1);
+        callrate(2);
+        idlememory();
+    } else {
+        puts("no telnetd to compare with (Debian: inetutils-telnetd)");
+    }
+    for (const char *file : {"cfg", "pxhost.cfg", "harbour.menu", "harbour.log", "vosterd.log"}) {
+        unlink((home + "/" + file).c_str());
+    }
+    rmdir(home.c_str());
+    return 0;
+}

@@ -1,0 +1,93 @@
+// A caller's bytes. The same stream, whole and cut anywhere, must give the same keys, commands,
+// sizes and replies; what comes out is bounded by what came in; and what is written to him
+// afterwards comes back whole out of its escapes.
+
+#include "tools/harbour/telnet.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+constexpr char iac = '\xff';
+
+struct Heard {
+    std::string keys;
+    std::string events;
+    std::string sent;
+};
+
+void require(bool holds) {
+    if (!holds) {
+        abort();
+    }
+}
+
+Heard &heard(void *who) {
+    return *static_cast<Heard *>(who);
+}
+
+constexpr harbour::TelnetUser user = {
+    [](void *who, const char *bytes, size_t len) { heard(who).keys.append(bytes, len); },
+    [](void *who, unsigned char code) { heard(who).events += "c" + std::to_string(code); },
+    [](void *who, int columns, int rows) {
+        require(columns >= 0 && columns < 65536 && rows >= 0 && rows < 65536);
+        heard(who).events += "s" + std::to_string(columns) + "x" + std::to_string(rows);
+    },
+    [](void *who, const char *name) { heard(who).events += std::string("t") + name; },
+    [](void *who, const char *bytes, size_t len) { heard(who).sent.append(bytes, len); }};
+
+// What a caller gets who takes the escapes out again.
+std::string received(const std::string &sent, bool binary) {
+    std::string out;
+    for (size_t i = 0; i < sent.size(); i++) {
+        out += sent[i];
+        if (sent[i] == iac) {
+            require(i + 1 < sent.size() && sent[++i] == iac);
+        } else if (sent[i] == '\r' && !binary && i + 1 < sent.size()) {
+            require(sent[i + 1] == '\n' || sent[i + 1] == '\0');
+            i += sent[i + 1] == '\0' ? 1 : 0;
+        }
+    }
+    return out;
+}
+
+// Feeds `bytes` in pieces of `most` at most; then writes them to the caller.
+bool feed(Heard &to, const std::string &bytes, size_t most) {
+    harbour::Telnet telnet;
+    require(harbour::telnetopen(telnet, user, &to));
+    bool served = true;
+    for (size_t at = 0; at < bytes.size() && served; at += most) {
+        served = harbour::telnetread(telnet, bytes.data() + at, std::min(most, bytes.size() - at));
+    }
+    require(!served || to.keys.size() <= bytes.size());
+    if (served) {
+        const Heard before = to;
+        to.sent.clear();
+        for (size_t at = 0; at < bytes.size(); at += most) {
+            harbour::telnetwrite(telnet, bytes.data() + at, std::min(most, bytes.size() - at));
+        }
+        require(received(to.sent, telnet.binaryout) == bytes);
+        require(to.sent.size() <= 2 * bytes.size());
+        to = before;
+    }
+    harbour::telnetclose(telnet);
+    return served;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    const std::string bytes(reinterpret_cast<const char *>(data), size);
+    Heard whole;
+    const bool served = feed(whole, bytes, std::max<size_t>(size, 1));
+    for (const size_t most : {size_t{1}, size % 7 + 2}) {
+        Heard parts;
+        require(feed(parts, bytes, most) == served);
+        require(!served || (parts.keys == whole.keys && parts.events == whole.events &&
+                            parts.sent == whole.sent));
+    }
+    return 0;
+}

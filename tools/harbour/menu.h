@@ -1,0 +1,35 @@
+// The menu: what callers may run. docs/harbour.md has the file's form.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace harbour {
+
+struct Entry {
+    char key;            // in upper case
+    double minutes;      // allowed; 0: as long as the call lasts
+    std::string title;   // in code page 437
+    std::string command; // as the daemon takes it
+};
+
+struct Menu {
+    std::vector<Entry> entries;
+    std::vector<std::string> faults; // "FILE:LINE: what is wrong", one for each line left out
+};
+
+// The keys that the menu has of its own: who is on, another language, goodbye.
+constexpr char WHO = 'W';
+constexpr char LANGUAGE = 'L';
+constexpr char GOODBYE = 'G';
+
+// Reads the file. False, with errno, when that cannot be read.
+bool readmenu(const char *path, Menu &menu);
+
+// The entry with that key, in either case; null when there is none.
+const Entry *findentry(const Menu &menu, char key);
+
+// `text` as a number of minutes from 0 to `most`: false when it is none.
+bool readminutes(const std::string &text, double most, double &minutes);
+
+} // namespace harbour
