@@ -26,7 +26,6 @@
 #include <sys/ioctl.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
-#include <vector>
 
 namespace plex {
 namespace {
@@ -36,6 +35,7 @@ constexpr int cursorbytes = 2;   // where the cursor is in it
 constexpr int farthest = 0xFF;   // its bytes reach no farther
 constexpr unsigned ttymajor = 4; // virtual terminals are its minors 1 to 63
 constexpr unsigned lastminor = 63;
+constexpr unsigned short mostpairs = 0xFFFF; // of a map from Unicode
 constexpr unsigned lowfontbit = 0x100;
 
 constexpr unsigned char plain = 7; // light grey on black
@@ -74,27 +74,24 @@ char likeness(size_t c) {
 }
 
 void learnfont(int32_t tty) {
-    for (size_t c = 0; c < glyphs.size(); c++) {
-        glyphs[c] = static_cast<uint16_t>(c); // the card's own font
-    }
     unsigned short bit = 0;
     fontbit = ioctl(tty, VT_GETHIFONTMASK, &bit) == 0 ? bit : 0;
-    std::vector<unipair> pairs(0xFFFF);
-    unimapdesc map = {0xFFFF, pairs.data()};
-    if (ioctl(tty, GIO_UNIMAP, &map) != 0) {
-        return;
+    auto *pairs = static_cast<unipair *>(malloc(mostpairs * sizeof(unipair)));
+    unimapdesc map = {mostpairs, pairs};
+    if (pairs == nullptr || ioctl(tty, GIO_UNIMAP, &map) != 0) {
+        map.entry_ct = 0;
     }
-    pairs.resize(map.entry_ct);
-    const auto find = [&pairs](auto c) {
-        return std::find_if(pairs.begin(), pairs.end(), [c](const unipair &p) {
-            return p.unicode == static_cast<unsigned>(c);
-        });
+    const unipair *end = pairs + map.entry_ct;
+    const auto find = [&](int c) {
+        return std::find_if(const_cast<const unipair *>(pairs), end,
+                            [c](const unipair &p) { return p.unicode == c; });
     };
     for (size_t c = 0; c < glyphs.size(); c++) {
-        auto p = find(fromcp437(static_cast<unsigned char>(c)));
-        p = p != pairs.end() ? p : find(likeness(c));
-        glyphs[c] = p != pairs.end() ? p->fontpos : glyphs[c];
+        const unipair *p = find(fromcp437(static_cast<unsigned char>(c)));
+        p = p != end ? p : find(likeness(c));
+        glyphs[c] = p != end ? p->fontpos : static_cast<uint16_t>(c); // as in the card's own font
     }
+    free(pairs);
 }
 
 uint16_t word(unsigned char c, unsigned char attribute) {
@@ -110,9 +107,14 @@ void put(const void *bytes, size_t n, size_t at) {
     static_cast<void>(done);
 }
 
-void blank() {
-    const std::vector<uint16_t> blanks((foundbytes - header) / 2, word(' ', plain));
-    put(blanks.data(), foundbytes - header, header);
+// With the cells around ours.
+void blank(size_t rows) {
+    const auto width = static_cast<size_t>(columns);
+    std::array<uint16_t, scrcols> blanks;
+    blanks.fill(word(' ', plain));
+    for (size_t at = 0; at < rows * width; at += scrcols) {
+        put(blanks.data(), 2 * std::min<size_t>(scrcols, rows * width - at), header + 2 * at);
+    }
 }
 
 // Writes a row of the image from the first cell that changed to the last.
@@ -190,7 +192,7 @@ unsigned char *vcsatake(int32_t device, int32_t tty) {
     used = true;
     std::atomic_signal_fence(std::memory_order_release);
     cells = device; // a signal from here on puts it back
-    blank();
+    blank(size.ws_row);
     vcsashow(true, 0, vcsacursor::line);
     return image;
 }
