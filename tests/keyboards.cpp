@@ -3,10 +3,10 @@
 
 #include "tests/support.h"
 
+#include "libunix/common/cp437.h"
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/console/xdisplay.h"
-#include "tools/plexview/cp437.h"
 #include "tools/plexview/viewkeys.h"
 
 #include <X11/Xutil.h>

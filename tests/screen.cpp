@@ -65,6 +65,7 @@ const plex::condrv controller = [] {
         }
     };
     c.portread = [](uint16_t) { return crt[selected]; };
+    c.show = [](int32_t) {};
     return c;
 }();
 

@@ -68,7 +68,8 @@ struct condrv {
     // when it has nothing more. Called by the signal's handler.
     int32_t (*drain)();
 
-    // Takes (1) or gives back (0) the video controller's ports.
+    // Takes (1) or gives back (0) the video controller's ports. Taking succeeds also where they are
+    // not needed, as the screen can be had without them.
     int32_t (*ioports)(int32_t fd, int32_t on);
 
     int32_t (*getscrnmap)(int32_t fd, unsigned char *map); // scrnmapsize bytes
@@ -77,8 +78,8 @@ struct condrv {
     // Asks whether `fd` is a console at all.
     int32_t (*isconsole)(int32_t fd);
 
-    // Maps the video memory, 4000 bytes of cells at least, to the end of the process: null when
-    // this machine does not show its console from there.
+    // Maps the video memory, 4000 bytes of cells at least, to the end of the process, or gives an
+    // image that `show` shows on the console: null when this machine has neither.
     unsigned char *(*mapvideo)(int32_t fd);
 
     int32_t (*setdisplay)(int32_t fd, int32_t mode); // 0 is text
@@ -89,6 +90,10 @@ struct condrv {
     // cursor.
     void (*portwrite)(uint16_t port, uint8_t value);
     uint8_t (*portread)(uint16_t port);
+
+    // Shows what has changed of the image and of the cursor's registers (`all`: everything), where
+    // they are not what the machine shows by itself. From mapvideo or a later opening to the close.
+    void (*show)(int32_t all);
 };
 
 extern const condrv linuxcondrv;

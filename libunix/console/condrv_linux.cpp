@@ -1,5 +1,6 @@
-// The system console of a PC under Linux: a virtual terminal in raw keyboard mode, the legacy text
-// memory through /dev/mem, the video controller's ports.
+// The system console under Linux: a virtual terminal in raw keyboard mode. Its screen is a PC's
+// text memory, through /dev/mem, and the video controller's ports; where the console is no VGA
+// text, or the ports are not ours, it is the terminal's cells as the kernel lends them (vcsa.h).
 //
 // The kernel has no event queue that it shares with a program. Raw mode makes the terminal deliver
 // the keyboard's bytes, asynchronous input makes it signal them, and drain moves them into a queue
@@ -7,11 +8,13 @@
 // stands for nothing.
 //
 // A virtual terminal keeps its keyboard mode when the program that set it is gone, and a keyboard
-// left raw is of no use to anyone. So the mode comes back on close, on exit and on every signal
-// that ends a program and that a program can catch. Of two processes only the one that took the
-// keyboard gives it back: a child of a fork that exits must not.
+// left raw is of no use to anyone. So the mode and the screen come back on close, on exit and on
+// every signal that ends a program and that a program can catch. Of two processes only the one that
+// took the keyboard gives it back: a child of a fork that exits must not.
 
 #include "libunix/console/condrv.h"
+
+#include "libunix/console/vcsa.h"
 
 #include <array>
 #include <atomic>
@@ -45,11 +48,14 @@ termios foundterm;
 pid_t owner;
 volatile sig_atomic_t taken;
 volatile sig_atomic_t ports;
+bool lent; // the image is of the terminal's cells, and will be when the console is opened again
 
 // The controller's registers as last written, for the time when the ports are not ours.
 constexpr size_t registers = 32;
 uint8_t selected;
 std::array<uint8_t, registers> shadow;
+constexpr uint8_t crtoff = 0x20;  // in crtstart: no cursor
+constexpr uint8_t blockstart = 8; // a cursor that begins higher than this fills its cell
 
 void outport([[maybe_unused]] uint8_t value, [[maybe_unused]] uint16_t port) {
 #if PLEX_PORTS
@@ -80,6 +86,8 @@ void giveback() {
         setregister(crtstart, 13);
         setregister(crtend, 14);
     }
+    vcsagive();
+    ioctl(keyboard, KDSETMODE, KD_TEXT); // as it was found; mapvideo changes it for a moment
     ioctl(keyboard, KDSKBMODE, foundmode);
     tcflush(keyboard, TCIFLUSH); // scan codes are nothing to read for who comes next
     tcsetattr(keyboard, TCSANOW, &foundterm);
@@ -98,11 +106,21 @@ constexpr std::array deadly = {SIGHUP,  SIGINT,  SIGQUIT, SIGILL,  SIGTRAP, SIGA
                                SIGFPE,  SIGSEGV, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1,   SIGXCPU,
                                SIGXFSZ, SIGPROF, SIGIO,   SIGPWR,  SIGSYS,  SIGVTALRM, SIGSTKFLT};
 
+void watchfor(int signo) {
+    struct sigaction act = {};
+    if (sigaction(signo, nullptr, &act) == 0 && act.sa_handler == SIG_DFL) {
+        act.sa_handler = die;
+        act.sa_flags = static_cast<int>(SA_RESETHAND) | SA_ONSTACK;
+        sigaction(signo, &act, nullptr);
+    }
+}
+
 void watchtheend() {
     static bool watched;
     if (!watched) {
         watched = true;
         atexit(giveback);
+        at_quick_exit(giveback);
     }
     // An exhausted stack leaves no room for a handler on it.
     static std::array<char, 65536> handlerstack;
@@ -114,17 +132,35 @@ void watchtheend() {
         sigaltstack(&stack, nullptr);
     }
     for (const int signo : deadly) {
-        struct sigaction act = {};
-        if (sigaction(signo, nullptr, &act) == 0 && act.sa_handler == SIG_DFL) {
-            act.sa_handler = die;
-            act.sa_flags = static_cast<int>(SA_RESETHAND) | SA_ONSTACK;
-            sigaction(signo, &act, nullptr);
-        }
+        watchfor(signo);
+    }
+    for (int signo = SIGRTMIN; signo <= SIGRTMAX; signo++) {
+        watchfor(signo);
     }
 }
 
+int32_t isconsole(int32_t fd) {
+    char type = 0;
+    return ioctl(fd, KDGKBTYPE, &type);
+}
+
+// The console is root's, and a server's may be a serial line. Then the terminal that the program
+// was started on will do, if that is a virtual one.
 int32_t conopen() {
-    return open("/dev/console", O_RDWR | O_NDELAY | O_NOCTTY | O_CLOEXEC);
+    constexpr int flags = O_RDWR | O_NDELAY | O_NOCTTY | O_CLOEXEC;
+    const int console = open("/dev/console", flags);
+    if (console >= 0 && isconsole(console) == 0) {
+        return console;
+    }
+    const int saved = errno;
+    const int own = open("/dev/tty", flags);
+    if (own >= 0 && isconsole(own) == 0) {
+        close(console);
+        return own;
+    }
+    close(own);
+    errno = saved;
+    return console;
 }
 
 int32_t conclose(int32_t fd) {
@@ -200,18 +236,35 @@ int32_t drain() {
     return static_cast<int32_t>(came);
 }
 
-int32_t ioports([[maybe_unused]] int32_t fd, [[maybe_unused]] int32_t on) {
+int32_t askports([[maybe_unused]] int32_t fd, [[maybe_unused]] int request) {
 #if PLEX_PORTS
-    ports = 0;
-    if (ioctl(fd, on != 0 ? KDENABIO : KDDISABIO, 0) != 0) {
-        return -1;
-    }
-    ports = on != 0 ? 1 : 0;
-    return 0;
+    return ioctl(fd, request, 0);
 #else
     errno = ENXIO;
     return -1;
 #endif
+}
+
+unsigned char *borrow(int32_t fd) {
+    const int device = vcsaopen(fd);
+    return device < 0 ? nullptr : vcsatake(device, fd);
+}
+
+int32_t ioports(int32_t fd, int32_t on) {
+    const bool had = ports != 0;
+    ports = 0;
+    if (on == 0) {
+        return had ? askports(fd, KDDISABIO) : 0;
+    }
+    if (lent) {
+        return borrow(fd) != nullptr ? 0 : -1;
+    }
+    ports = askports(fd, KDENABIO) == 0 ? 1 : 0;
+    if (ports == 0) { // needed for a VGA card's text, not for cells that the kernel lends
+        const int device = vcsaopen(fd);
+        return device < 0 ? -1 : close(device);
+    }
+    return 0;
 }
 
 int32_t getscrnmap(int32_t fd, unsigned char *map) {
@@ -220,11 +273,6 @@ int32_t getscrnmap(int32_t fd, unsigned char *map) {
 
 int32_t setscrnmap(int32_t fd, const unsigned char *map) {
     return ioctl(fd, PIO_SCRNMAP, map);
-}
-
-int32_t isconsole(int32_t fd) {
-    char type = 0;
-    return ioctl(fd, KDGKBTYPE, &type);
 }
 
 constexpr off_t textmemory = 0xB8000;
@@ -249,7 +297,7 @@ bool shows(const unsigned char *memory) {
     return same;
 }
 
-unsigned char *mapvideo(int32_t fd) {
+unsigned char *vgatext(int32_t fd) {
     // The kernel scrolls by moving the place in video memory from which the controller shows the
     // screen. Coming back from graphics it shows it from the start, with its contents.
     ioctl(fd, KDSETMODE, KD_GRAPHICS);
@@ -268,6 +316,16 @@ unsigned char *mapvideo(int32_t fd) {
         munmap(memory, textlength);
         errno = ENODEV;
         return nullptr;
+    }
+    return image;
+}
+
+unsigned char *mapvideo(int32_t fd) {
+    unsigned char *image = ports != 0 ? vgatext(fd) : nullptr;
+    if (image == nullptr) {
+        ioports(fd, 0); // what they move is not on this console
+        image = borrow(fd);
+        lent = image != nullptr;
     }
     return image;
 }
@@ -303,10 +361,18 @@ uint8_t portread(uint16_t port) {
     return port == crtdata ? shadow[selected] : selected;
 }
 
+void show(int32_t all) {
+    const uint8_t first = shadow[crtstart];
+    vcsashow(all != 0, shadow[crthigh] * 256 + shadow[crtlow],
+             (first & crtoff) != 0 ? vcsacursor::none
+             : first < blockstart  ? vcsacursor::block
+                                   : vcsacursor::line);
+}
+
 } // namespace
 
 const condrv linuxcondrv = {conopen,    conclose,   quemode,   drain,    ioports,
                             getscrnmap, setscrnmap, isconsole, mapvideo, setdisplay,
-                            setkbmode,  portwrite,  portread};
+                            setkbmode,  portwrite,  portread,  show};
 
 } // namespace plex

@@ -22,6 +22,13 @@ void crtwrite(uint8_t reg, int value) {
     }
 }
 
+// Each move of the cursor ends a piece of output.
+void show() {
+    if (condev != nullptr) {
+        condev->show(0);
+    }
+}
+
 int crtread(uint8_t reg) {
     if (condev == nullptr) {
         return 0;
@@ -58,6 +65,7 @@ void movecursor(uint16_t pos) {
     const int offset = (pos >> 8) * scrcols + (pos & 0xFF);
     crtwrite(crthigh, offset >> 8);
     crtwrite(crtlow, offset);
+    show();
 }
 
 uint16_t readcursor() {
@@ -69,6 +77,7 @@ uint16_t readcursor() {
 void shapecursor(int first, int last) {
     crtwrite(crtstart, first);
     crtwrite(crtend, last);
+    show();
 }
 
 } // namespace

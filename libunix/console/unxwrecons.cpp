@@ -135,7 +135,11 @@ int32_t unxwrepress() {
     return tail != head ? 1 : 0;
 }
 
-void unxwreupdate(int32_t /*force*/) {}
+void unxwreupdate(int32_t force) {
+    if (isopen) {
+        condriver->show(force);
+    }
+}
 
 void unxwrebell(int32_t /*pitch*/) {}
 

@@ -26,8 +26,10 @@ int32_t unxwreclose();
 int32_t unxwreread();  // waits for a key and removes it
 int32_t unxwrepress(); // 1 when a key is waiting
 
-void unxwreupdate(int32_t force); // nothing: what is written to the image is on the screen
-void unxwrebell(int32_t pitch);   // nothing
+// Shows what has been written to the image (non-zero: all of it), unless it is on the screen
+// anyhow.
+void unxwreupdate(int32_t force);
+void unxwrebell(int32_t pitch); // nothing
 
 // The handler of the signal that says that the keyboard has sent something.
 void sigpress(int signo);

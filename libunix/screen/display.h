@@ -67,9 +67,10 @@ inline bool keepsflags() {
     return (dsptyp & DSP_FLAGS) != 0;
 }
 
-// Whether each piece of output is to be seen at once.
+// Whether each piece of formatted output is to be seen at once, also while the cursor is parked:
+// so are a fatal error's words.
 inline bool showsatonce() {
-    return (dsptyp & DSP_X11) != 0;
+    return (dsptyp & (DSP_X11 | DSP_SYSCON)) != 0;
 }
 
 } // namespace plex

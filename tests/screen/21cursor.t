@@ -8,8 +8,9 @@ cursact 0 / locate 7 7 / cursact 1 / cursact 9 / is row 7 / is column 7
 cursiz 1 / is shown 1 / cursiz 0 / is shown 0 / is cursz 0 / rstcur / is cursz 1 / is shown 1
 cursiz 7 / is cursz 1 / cursiz 2 / is cursz 2 / rstcur / is cursz 1 / calls
 reset / cursiz 2 / is shown 0
-# The video controller has the cursor, and is asked where it is; the flags are left alone.
+# The video controller has the cursor, and is asked where it is; the flags are left alone. What is
+# printed is shown at once, also with the cursor parked.
 reset vga / cursiz 0 / cursiz 2 / cursiz 1 / calls 0A=2D 0B=0E 0A=02 0B=0C 0A=0D 0B=0E
 locate 79 24 / calls 0E=07 0F=CF / is row 0
-controller 4 / calls 0E=00 0F=00 / at 68 12 / print "ab" / calls 0E=04 0F=06
-cursact 0 / print "cd" / calls / cursact 1 / calls 0E=04 0F=08 / cursact 0 / cursact 1 / calls
+controller 4 / calls 0E=00 0F=00 / at 68 12 / print "ab" / calls 0E=04 0F=06 update(0)
+cursact 0 / print "cd" / calls update(0) / cursact 1 / calls 0E=04 0F=08 / cursact 0 / cursact 1 / calls

@@ -5,8 +5,8 @@
 
 #include "tools/plexview/draw.h"
 
+#include "libunix/common/cp437.h"
 #include "libunix/screen/screen.h"
-#include "tools/plexview/cp437.h"
 
 #include <array>
 #include <atomic>

@@ -4,8 +4,8 @@
 
 #include "tools/plexview/viewkeys.h"
 
+#include "libunix/common/cp437.h"
 #include "libunix/console/keycode.h"
-#include "tools/plexview/cp437.h"
 
 #include <array>
 #include <cstdio>

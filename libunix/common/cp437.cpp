@@ -1,4 +1,4 @@
-#include "tools/plexview/cp437.h"
+#include "libunix/common/cp437.h"
 
 #include <array>
 
