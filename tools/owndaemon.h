@@ -7,9 +7,9 @@
 namespace plex {
 
 struct OwnDaemon {
-    std::string home; // its directory, empty when there is none
-    pid_t pid = -1;   // its process
-    int link = -1;    // the connection to it
+    std::string home;  // its directory, empty when there is none
+    pid_t pid = -1;    // its process
+    int link = -1;     // the connection to it
     bool kept = false; // the home is somebody's, who has its configuration: it stays
 };
 

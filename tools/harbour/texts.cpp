@@ -2,7 +2,7 @@
 
 #include "harbour_texts.h"
 #include "libsrc/plex.h"
-#include "tools/plexview/cp437.h"
+#include "libunix/common/cp437.h"
 
 #include <cctype>
 #include <cstdio>
