@@ -109,7 +109,7 @@ const char *formatted(const char *string) {
 
 // Adds the message to the report file. False when that cannot be opened.
 bool report(const char *string) {
-    FILE *file = fopen(REPORT, "a");
+    FILE *file = fopen(REPORT, "ae");
     if (file == nullptr) {
         return false;
     }
@@ -152,7 +152,7 @@ void tellstate() {
     if (known) {
         unxprntf("%s,%s\a\n", cp1, cp2);
     }
-    FILE *file = fopen(REPORT, "a");
+    FILE *file = fopen(REPORT, "ae");
     if (file == nullptr) {
         unxprntf("(Can't re-open %s)\n", REPORT);
         return;

@@ -20,7 +20,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <poll.h>
 #include <unistd.h>
 
 namespace plex {
@@ -125,7 +124,7 @@ int32_t unxwreclose() {
 int32_t unxwreread() {
     while (head == tail) {
         // A nap between two looks keeps the machine free; the signal of a key ends it early.
-        poll(nullptr, 0, 1);
+        delay(1000);
     }
     tail = after(tail);
     return chrque[tail];
