@@ -98,11 +98,20 @@ char state(pid_t pid) {
     return paren == std::string::npos ? '-' : stat[paren + 2];
 }
 
-size_t descriptors(pid_t pid) {
-    size_t n = 0;
-    DIR *dir = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
+struct Open {
+    size_t all;
+    size_t masters; // of terminals
+};
+
+Open descriptors(pid_t pid) {
+    Open n = {};
+    const std::string folder = "/proc/" + std::to_string(pid) + "/fd/";
+    DIR *dir = opendir(folder.c_str());
     for (const dirent *e = nullptr; dir != nullptr && (e = readdir(dir)) != nullptr;) {
-        n += e->d_name[0] != '.' ? 1 : 0;
+        char path[64];
+        const ssize_t len = readlink((folder + e->d_name).c_str(), path, sizeof path);
+        n.all += len > 0 ? 1 : 0;
+        n.masters += len > 0 && std::string_view(path, static_cast<size_t>(len)).ends_with("ptmx");
     }
     if (dir != nullptr) {
         closedir(dir);
@@ -345,7 +354,9 @@ void settle(Account &acc) {
            acc.told, acc.untold, pids.size());
     until(acc, "signals do not bring the notices", [&] {
         ::kill(acc.own.pid, SIGCHLD);
-        return children(acc.own.pid).empty() && acc.told + acc.untold == acc.commands.size();
+        // The last is told before its master is closed.
+        return children(acc.own.pid).empty() && descriptors(acc.own.pid).masters == 0 &&
+               acc.told + acc.untold == acc.commands.size();
     });
 }
 
@@ -367,12 +378,12 @@ void round(std::mt19937 &dice, int number) {
     printf("round %d\n", number);
     run(acc, Command::exits, 0);
     settle(acc);
-    const size_t standing = descriptors(acc.own.pid);
+    const size_t standing = descriptors(acc.own.pid).all;
     const long before = resident(acc.own.pid);
     mixed(acc, dice);
     burst(acc);
     settle(acc);
-    const size_t fds = descriptors(acc.own.pid);
+    const size_t fds = descriptors(acc.own.pid).all;
     const long after = resident(acc.own.pid);
     printf("  resident %ld kB, then %ld kB; %zu descriptors\n", before, after, fds);
     if (fds != standing || after > before + rssslack) {

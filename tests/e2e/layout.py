@@ -12,7 +12,7 @@ import sys
 CODE = """_Fork close close_range dup2 execv geteuid getuid grantpt ioctl malloc open64 ptsname_r read send
           sendmsg setsid sigaction sigprocmask tcsetattr unlockpt waitpid
           plex::runcmd plex::pty_fork plex::dospawn plex::send_fd plex::process_signal"""
-START = "plex::bgnlog plex::getcfg plex::lsnsoc plex::maklck plex::opntrm plex::stricmp accept4 fopen"
+START = "frame_dummy plex::bgnlog plex::getcfg plex::lsnsoc plex::maklck plex::opntrm plex::stricmp accept4 fopen"
 DATA = "plex::children plex::srvmsg plex::buf"
 
 
