@@ -14,32 +14,19 @@
 
 namespace {
 
-const char *const names[] = {"English/ANSI", "English/RIP", "French/ANSI", "French/RIP", "D/ANSI"};
+const std::vector<std::string> names = {"English/ANSI", "English/RIP", "French/ANSI", "French/RIP",
+                                        "D/ANSI"};
 constexpr int mosttried = 40; // messages of a file
 
 int fd = -1;
 char path[64];
 int message;
 
-void configure(int count) {
-    for (int i = 0; i < plex::nlingo; i++) {
-        free(plex::languages[i]);
-    }
-    free(plex::languages);
-    plex::languages = nullptr;
-    plex::nlingo = count;
-    plex::alclng();
-    for (int i = 0; i < count; i++) {
-        plex::languages[i] = static_cast<plex::lingo *>(calloc(1, sizeof(plex::lingo)));
-        strcpy(plex::languages[i]->name, names[i]);
-    }
-}
-
-void open() {
+void openfile() {
     plex::opnmsg(path);
 }
 
-void read() {
+void readmessage() {
     const char *text = plex::rawmsg(message);
     if (static_cast<int>(strlen(text)) > plex::mxmssz) {
         abort();
@@ -67,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
         fd = memfd_create("messages", 0);
         snprintf(path, sizeof path, "/proc/self/fd/%d", fd);
     }
-    configure(data[0] % 6);
+    fuzz::speak({names.begin(), names.begin() + data[0] % 6});
     plex::clingo = data[1] % 6;
     free(plex::msgbuf);
     plex::msgbuf = nullptr;
@@ -77,10 +64,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
         pwrite(fd, data + 2, size - 2, 0) != static_cast<ssize_t>(size - 2)) {
         abort();
     }
-    if (fuzz::survives(open)) {
+    if (fuzz::survives(openfile)) {
         const int count = std::min<int>(plex::curmbk->msgcnt, mosttried);
         for (message = -1; message <= count; message++) {
-            fuzz::survives(read);
+            fuzz::survives(readmessage);
             plex::catfix2();
         }
         plex::clsmsg(plex::curmbk);

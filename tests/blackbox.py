@@ -169,6 +169,15 @@ class DaemonSuite(unittest.TestCase):
         whole = {k: v for k, v in os.environ.items() if not k.startswith("BBS")} | dict(more)
         return {k: v for k, v in whole.items() if v is not None}
 
+    def popen(self, *args, env=(), **more):
+        pipes = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+        return subprocess.Popen(args, env=self.environment(dict(env)), preexec_fn=tied, **pipes | more)
+
+    def ended(self, program, text=b""):
+        """The status of a program, its output and what it said"""
+        out, err = program.communicate(text or None, PATIENCE)
+        return program.returncode, out.decode("latin-1"), err.decode("latin-1")
+
     def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
         self.endall()  # what a row of a table that failed has left
         spew("cfg", f"HOME={self.home}\n{cfg}")

@@ -1,18 +1,20 @@
-// For tests of the common library. A program that links common.cpp has its own fatal-error path,
-// which only tells the message.
+// For tests of the common library, which link fuzz/survive.cpp.
 #pragma once
 
-#include <functional>
-#include <string>
-#include <vector>
+#include "fuzz/survive.h"
+#include "tests/support.h"
+
+#include <cstdio>
 
 namespace test {
 
+using fuzz::speak;
+
 // Runs `body` in a child: the message of the fatal error that ended it, or how it ended otherwise
 // (empty when it returned).
-std::string fatal(const std::function<void()> &body);
-
-// Makes these the languages of the system, without their configuration; none frees the table.
-void speak(const std::vector<std::string> &names);
+inline std::string fatal(const std::function<void()> &body) {
+    const Outcome o = inchild([&] { fuzz::survives(body) || fputs(fuzz::said.c_str(), stdout); });
+    return o.code() == 0 ? o.out : "status " + std::to_string(o.code()) + " " + o.err;
+}
 
 } // namespace test

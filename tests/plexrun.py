@@ -23,15 +23,6 @@ class PlexrunSuite(DaemonSuite):
     def environment(self, more):
         return super().environment({"TMPDIR": f"{self.home}/tmp", "PATH": "/usr/local/bin:/usr/bin:/bin"} | more)
 
-    def popen(self, *args, env=(), **more):
-        pipes = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-        return subprocess.Popen(args, env=self.environment(dict(env)), preexec_fn=tied, **pipes | more)
-
-    def ended(self, program):
-        """The status of a program, its output and what it said"""
-        out, err = program.communicate(timeout=PATIENCE)
-        return program.returncode, out.decode("latin-1"), err.decode("latin-1")
-
     def plexrun(self, *args, text="", env=()):
         spew("input", text)
         with open("input", encoding="ascii") as file:

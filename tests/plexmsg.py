@@ -1,0 +1,220 @@
+#!/usr/bin/env python3
+"""plexmsg: what it makes of sources, what it shows of message files and of damaged ones:  plexmsg.py [CLASS[.TEST]]..."""
+import os
+import stat
+import struct
+
+from blackbox import BUILD, DaemonSuite, main, slurp, spew
+
+SOURCE = """\
+# two languages
+language English/ANSI
+language French/ANSI
+
+message HELLO
+text French/ANSI
+|Bonjour\\x21
+text english/ansi
+|  \\e[1mHello \\
+|there,
+|
+|\\\\ # no comment \r
+message 3 BYE
+ text English/ANSI\t
+|Bye
+message 2
+text English/ANSI
+|Two
+text French/ANSI
+|
+"""
+TEXTS = ["  \x1B[1mHello there,\n\n\\ # no comment \0", "Bonjour!\0", "", "", "Two\0", "\0", "Bye\0", ""]
+NUMBERS = (0, 45, 45, 50, 54, *map(len, TEXTS), 54, 99, 79, 2, 4)
+FILE = "".join(TEXTS) + "English/ANSI\0French/ANSI\0" + struct.pack("<5i8H3i2h", *NUMBERS).decode("latin-1")
+LOCATIONS, TRAILER = 79, 115
+
+
+class Plexmsg(DaemonSuite):
+    def plexmsg(self, *args, path=""):
+        """What it says, and its status unless that is 0"""
+        code, out, err = self.ended(self.popen(f"{BUILD}/plexmsg", *args, env={"MCVPATH": path}))
+        return out + err + (f"{code}" if code else "")
+
+    def compiled(self, source, *args):
+        spew("s", source)
+        return self.plexmsg("compile", *(args or ("s", "out")))
+
+    def testCompileListShow(self):
+        self.assertEqual(self.compiled(SOURCE, "-n", "n.h", "s", "s.mcv"), "")
+        self.assertEqual(slurp("s.mcv"), FILE)
+        self.assertEqual(slurp("n.h"), "// The numbers of the messages. Made by plexmsg.\n#pragma once\n\n"
+                                       "constexpr int HELLO = 0;\nconstexpr int BYE = 3;\n")
+        self.assertEqual(self.plexmsg("list", "s.mcv"), """\
+s.mcv: 2 languages, 4 messages
+language 0 English/ANSI
+language 1 French/ANSI
+message 0 English/ANSI 36 "  \\x1B[1mHello there,\\n\\n\\\\ # no comment "
+message 0 French/ANSI 9 "Bonjour!"
+message 1 has no text
+message 2 English/ANSI 4 "Two"
+message 2 French/ANSI 1 ""
+message 3 English/ANSI 4 "Bye"
+""")
+        other = "plexmsg: no text in {}, this is {}\n"
+        for args, want in (
+                (("0", "-l", "french"), "Bonjour!\n"),
+                (("0",), TEXTS[0][:-1] + "\n"),
+                (("3", "-l", "f"), "Bye\n" + other.format("French/ANSI", "English/ANSI")),
+                (("0", "-l", "French/RIP"), "Bonjour!\n" + other.format("French/RIP", "French/ANSI")),
+                (("0", "-l", "x"), "plexmsg: s.mcv has no language \"x\", or several\n1"),
+                (("0", "-l", "x/45678901234567"), "plexmsg: s.mcv has no language \"x/45678901234567\", or several\n1"),
+                (("1x",), "plexmsg: \"1x\" is not a message number\n1"),
+                (("-l", "x"), "plexmsg: show takes 2 words, not 1 (see plexmsg --help)\n2")):
+            self.assertEqual(self.plexmsg("show", "s.mcv", *args), want)
+        # The last byte of a list's line, the first that is no longer in it, what needs a code.
+        self.compiled("language A\nmessage\ntext A\n|" + 60 * "x" + "\nmessage\ntext A\n|" + 61 * "x" +
+                      "\nmessage\ntext A\n|\\x7F\\x80\\x1f\\n\n")
+        self.assertEqual(self.plexmsg("list", "out"), "out: 1 languages, 3 messages\nlanguage 0 A\n"
+                         f"message 0 A 61 \"{60 * 'x'}\"\nmessage 1 A 62 \"{60 * 'x'}\"...\n"
+                         "message 2 A 5 \"\\x7F\x80\\x1F\\n\"\n")
+        self.assertEqual(self.plexmsg("show", "out", "2"), "\x7F\x80\x1F\n")
+
+    def testWhatCannotBeRead(self):
+        def patch(at, kind, number):
+            new = struct.pack("<" + kind, number).decode("latin-1")
+            return FILE[:at] + new + FILE[at + len(new):]
+        variables, table = 'CANNOT READ "f.mcv" VARIABLES', 'CANNOT READ "f.mcv" LENGTH TABLE'
+        pointers, big = 'CANNOT READ "f.mcv" POINTER ARRAY', 2**31 - 1
+        read = "CANNOT READ MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv"
+        for number, text, why in (
+                (1, FILE, "CANNOT READ MESSAGE NUMBER 1 (LANGUAGE 0) IN f.mcv"),
+                (4, FILE, "MESSAGE NUMBER 4 OUT OF RANGE IN f.mcv"),
+                (0, FILE[:15], variables),
+                (0, patch(TRAILER, "i", -1), variables),
+                (0, patch(TRAILER + 12, "h", 0), variables),
+                (0, patch(TRAILER + 14, "h", -1), variables),
+                (0, patch(TRAILER + 8, "i", -1), pointers),
+                (0, patch(TRAILER + 8, "i", big), pointers),
+                (0, patch(TRAILER + 14, "h", 16000), pointers),
+                (0, patch(TRAILER + 4, "i", -1), table),
+                (0, patch(TRAILER + 4, "i", big), table),
+                (0, patch(LOCATIONS, "i", -9), "CANNOT SEEK MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv\n"),
+                (0, patch(LOCATIONS, "i", TRAILER), read),
+                # With one language a text goes to where the next one begins.
+                (0, patch(TRAILER + 12, "h", 1), None),
+                (1, patch(TRAILER + 12, "h", 1), "CANNOT READ MESSAGE NUMBER 1 (LANGUAGE 0) IN f.mcv"),
+                (0, patch(LOCATIONS + 4, "i", -1).replace("\2\0\4\0", "\1\0\4\0"), read),  # its end before its begin
+                (0, patch(LOCATIONS + 4, "i", big).replace("\2\0\4\0", "\1\0\4\0"), None)):
+            spew("f.mcv", text)
+            said = f"plexmsg: {why}\n1" if why else TEXTS[0][:-1] + "\n"
+            self.assertEqual(self.plexmsg("show", "f.mcv", str(number)), said)
+        # The most lengths that there may be, and one more.
+        for languages, messages, why in ((7, 4681, ""), (2, 16384, "TOO MANY LANGUAGES (2) & MESSAGES (16384)")):
+            trailer = struct.pack("<3i2h", 2, 0, 2 + 2 * languages, languages, messages).decode("latin-1")
+            spew("f.mcv", "x\0" + languages * "A\0" + 99999 * "\0" + trailer)
+            self.assertEqual(self.plexmsg("show", "f.mcv", "0"), f"plexmsg: {why} IN \"f.mcv\"\n1" if why else "x\n")
+
+    def testDirectories(self):
+        long = 79 * "x"
+        for path, name, found in (("/none", "a.mcv", "/none/a.mcv"), ("/none/", "a.mcv", "/none/a.mcv"),
+                                  ("c:", "a.mcv", "c:a.mcv"), ("", "a.mcv", "a.mcv"), ("/none", "d/a", "d/a"),
+                                  ("/none", "c:a.mcv", "c:a.mcv"), ("/none", "cc:a", "/none/cc:a"),
+                                  (long + "yy", "a.mcv", long + "/a.mcv")):
+            self.assertEqual(self.plexmsg("list", name, path=path), f"plexmsg: CANNOT FIND \"{found}\"\n1")
+
+    def testSourceErrors(self):
+        self.assertEqual(self.compiled(
+            "|x\nlanguage 1234567890123456\nlanguage A\nlanguage a\nlanguage B\nmessage X\ntext B\n|x\nlanguage C\n"
+            "message 0 a-b\ntext A\nmessage 1x X y\ntext A\n|\\q\\x0g\n|\\x00\0\ntext A\n|x\ntext C\nhello\n|x\n"
+            "message 32767\ntext B\n|" + 65535 * "x"), """\
+s:1: this line belongs to no text
+s:2: a language has a name of 1 to 15 bytes
+s:4: there is a language "a" already
+s:6: this message has no text in the default language
+s:9: languages come before the first message
+s:10: "a-b" is not a name: letters, digits and "_", no digit first
+s:10: message 0 stands in line 6 already
+s:11: this text has no lines
+s:12: "1x" is not a message number
+s:12: there is a message "X" already
+s:12: "y" is more than a number and a name
+s:14: unknown: \\q
+s:14: \\x takes two hexadecimal digits, not 00
+s:15: \\x takes two hexadecimal digits, not 00
+s:15: a text cannot hold a zero byte
+s:16: message 1 has a text in A already
+s:18: there is no language "C"
+s:19: not a language, a message, a text, or a line of a text
+s:21: message numbers go up to 32766
+s:22: a text belongs to a message
+s:22: this text is longer than 65534 bytes
+1""")
+        one = "message\ntext A\n|x\n"
+        for source, said in (("language A\nlanguage B\nmessage 16383\ntext A\n|x\n",
+                              "s:5: 2 languages times 16384 messages are more than 32767\n1"),
+                             ("", "s:0: there is no language\n1"),
+                             ("language A\nmessage class\ntext A\n|x\n", 's:2: "class" is a word of C++ itself\n1'),
+                             ("language 123456789012345\nmessage _a9Zz\ntext 1\n|x\n", 's:3: there is no language "1"\n'
+                              "s:2: this message has no text in the default language\n1"),
+                             ("language A\nmessage zA_9\ntext A\n|" + 65535 * "x", "")):
+            self.assertEqual(self.compiled(source), said)
+            self.assertEqual(os.path.exists("out"), not said)
+        os.unlink("out")
+        many = [f"language English{i}\n" for i in range(32768)]
+        self.assertEqual(self.compiled("".join(many)), "s:32768: 32768 languages are more than 32767\n1")
+        self.assertEqual(self.compiled("".join(many[:-1]) + one.replace("A", "English0"), "s", "many"), "")
+        self.assertEqual(self.plexmsg("show", "-l", "English/X", "many", "0"),  # and well within patience
+                         "x\nplexmsg: no text in English/X, this is English0\n")
+        full = self.popen("sh", "-c", f"{BUILD}/plexmsg list many >/dev/full")
+        self.assertEqual(self.ended(full), (1, "", "plexmsg: standard output: No space left on device\n"))
+
+    def testOddLanguages(self):
+        names = "A\x1B[2J\0b\0a\x1B[2J\0B\0" + 20 * "l" + "\0"
+        tables = struct.pack("<2i5H3i2h", 0, 10, 2, 2, 2, 2, 2, 10, 18 + len(names), 10 + len(names), 5, 1)
+        spew("odd", "0\0" "1\0" "2\0" "3\0" "4\0" + names + tables.decode("latin-1"))
+        self.assertEqual(self.plexmsg("list", "odd"), """\
+odd: 5 languages, 1 messages
+language 0 A\\x1B[2J
+language 1 b (never found)
+language 2 a\\x1B[2J (never found)
+language 3 B
+language 4 lllllllllllllll (never found)
+message 0 A\\x1B[2J 2 "0"
+message 0 B 2 "3"
+""")
+
+    def testWritesWhereItIsTold(self):
+        os.mkdir("d")
+        os.mkdir("d/to")
+        spew("kept", "old", 0o640)
+        for link, to in (("link", "kept"), ("d/dangling", "../new"), ("d/later", "to/come"),
+                         ("far", f"{self.home}/there")):
+            os.symlink(to, link)
+        source = "\xEF\xBB\xBFlanguage A\r\nmessage\n text A\n\t|x\n"  # a mark, blanks
+        for out, file in ((250 * "n",) * 2, ("kept",) * 2, ("link", "kept"), ("d/dangling", "new"),
+                          ("d/later", "d/to/come"), ("far", "there")):
+            self.assertEqual(self.compiled(source, "s", out), "")
+            self.assertEqual(self.plexmsg("show", "./" + out, "0"), "x\n")
+            mode = os.lstat(file).st_mode
+            self.assertEqual((stat.S_ISREG(mode), stat.S_IMODE(mode)), (True, 0o640 if file == "kept" else 0o644))
+        self.assertTrue(os.path.islink("link"))
+        os.mkfifo("pipe", 0o600)
+        reading = os.open("pipe", os.O_RDONLY | os.O_NONBLOCK)
+        self.assertEqual(self.compiled(source, "-n", "/dev/stderr", "s", "pipe"),
+                         "// The numbers of the messages. Made by plexmsg.\n#pragma once\n\n")
+        self.assertEqual(os.read(reading, 999).decode(), slurp("kept"))
+        os.close(reading)
+        for names, source, out, same in (("n", "s", "./s", "./s"), ("s", "s", "out", "s"), ("out", "s", "out", "out")):
+            self.assertEqual(self.plexmsg("compile", "-n", names, source, out),
+                             f"plexmsg: {same} cannot be two files at once\n1")
+        for source, out, why in (("none", "out", "read none: No such file or directory"),
+                                 ("s", "none/out", "write none/out: No such file or directory"),
+                                 (".", "out", "read .: Is a directory"), ("s", "s/out", "write s/out: Not a directory"),
+                                 ("s", "/dev/full", "write /dev/full: No space left on device")):
+            self.assertEqual(self.plexmsg("compile", source, out), f"plexmsg: cannot {why}\n1")
+        self.assertFalse(os.path.exists("out"))
+        self.assertFalse([name for name in os.listdir() if name.startswith(".plex")])
+
+
+if __name__ == "__main__":
+    main()
