@@ -1,0 +1,212 @@
+#!/usr/bin/env python3
+"""plexview and conshow on terminals, which tmux keeps:  viewer.py [CLASS[.TEST]]..."""
+import array
+import ctypes
+import fcntl
+import os
+import pty
+import re
+import signal
+import socket
+import struct
+import termios
+
+from blackbox import BUILD, PATIENCE, DaemonSuite, Terminal, libc, main, readable, slurp, spew, tied
+
+PLEXVIEW, CONSHOW = f"{BUILD}/plexview", f"{BUILD}/conshow"
+CLONE_NEWIPC, CLONE_NEWUSER = 0x08000000, 0x10000000
+IPC_CREAT, IPC_RMID = 0o1000, 0
+ROW, CURSOR, IMAGE = 160, 4026, 4029  # bytes of a row; where row, column and shape of the cursor stand; all bytes
+libc.shmat.restype = ctypes.c_void_p
+
+
+class Viewer(DaemonSuite):
+    def setUp(self):
+        super().setUp()
+        uid = os.getuid()
+        # The user's segment is one for all programs: a name space of our own has another.
+        if libc.unshare(CLONE_NEWIPC) and libc.unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0:
+            spew("/proc/self/uid_map", f"{uid} {uid} 1")
+        self.key = uid + 1
+        if re.search(rf"^ +{self.key} .*", slurp("/proc/sysvipc/shm"), re.M):
+            self.skipTest("a program of this user has its screen in the shared segment")
+        self.addCleanup(self.segment)
+        self.popen("tmux", "-D", "-f", "/dev/null", "-S", "tmux")
+        self.eventually(lambda: os.path.exists("tmux"))
+
+    def environment(self, more):
+        own = {"BBSCONFIG": "/dev/null", "SHELL": "/bin/sh", "TMUX": None, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+        return super().environment(own | dict(more))
+
+    def segment(self, size=0):
+        """The user's segment, removed, and made anew when a size is given"""
+        libc.shmctl(libc.shmget(self.key, 0, 0), IPC_RMID, None)
+        found = libc.shmget(self.key, size, IPC_CREAT | 0o600) if size else -1
+        return (ctypes.c_ubyte * size).from_address(libc.shmat(found, None, 0)) if found >= 0 else None
+
+    def tmux(self, *args):
+        return self.ended(self.popen("tmux", "-u", "-S", "tmux", *args))[1].encode("latin-1").decode()
+
+    def open(self, name, command, columns=90, rows=27):
+        self.tmux("new-session", "-d", "-s", name, "-x", f"{columns}", "-y", f"{rows}",
+                  f"{command}; echo status=$?; exec cat")
+
+    def screen(self, name):
+        return self.tmux("capture-pane", "-p", "-e", "-t", name)
+
+    def shows(self, name, text):
+        self.eventually(lambda: text in self.screen(name), lambda: f"no {text!r} in:\n{self.screen(name)}")
+
+    def keys(self, name, *keys):
+        self.tmux("send-keys", "-t", name, *keys)
+
+    def cursor(self, want):
+        def now():
+            return self.tmux("display", "-p", "-t", "v", "#{cursor_x},#{cursor_y},#{cursor_flag}").strip()
+        self.eventually(lambda: now() == want, now)
+
+    def conshow(self, line=f"exec {CONSHOW} -n plexhost"):
+        program = self.popen("bash", "-c", line)
+        self.assertEqual(program.stdout.readline(), b"conshow: plexview in this directory shows this console.\n")
+        return program
+
+    def testOneVisit(self):
+        """The test as the program: what it puts into the segment is shown, keys come as words"""
+        image = self.segment(IMAGE)
+        image[:4000] = 2000 * b" \x07"
+        listening = socket.socket(socket.AF_UNIX)
+        listening.bind("plexhost.console")
+        listening.listen()
+        self.open("v", PLEXVIEW)
+        self.assertTrue(readable(listening))
+        link = listening.accept()[0]
+        link.settimeout(PATIENCE)
+        pid = struct.unpack("i", link.recv(4))[0]
+        self.shows("v", "\x1b[7m plexview: Ctrl+] leaves ")
+        image[ROW + 4:ROW + 18] = b"m\x1Eo\x1Eo\x1En\x1E\xDB\x1Eb\x84i\xF4"  # no flag says so
+        self.shows("v", "\n  \x1b[93m\x1b[44mmoon█\x1b[5m\x1b[31m\x1b[40mb\x1b[47mi")
+        self.cursor("0,0,0")
+        for row, col, shape, want in ((4, 6, 1, "6,4,1"), (25, 6, 1, "0,0,0"), (24, 79, 1, "79,24,1"),
+                                      (4, 80, 1, "0,0,0"), (1, 2, 0, "0,0,0")):
+            image[CURSOR:] = bytes((row, col, shape))
+            self.cursor(want)
+        image[4000 + 25] = 1
+        self.eventually(lambda: image[4000 + 25] == 0, "what is asked for is not drawn")
+        # Keys that have no code, as other terminals send them: no part of them is typed.
+        odd = [("-l", sent) for sent in ("\x1b[7^", "\x1b[7$", "\x1bOa", "\x1b[[Z", "\x1b\x1b[A", "\x1b[99;9~")]
+        for key, code in (("a", 0x61), ("C-F5", 0x6200), ("é", 0x82), *((sent, 0x78) for sent in odd)):
+            self.keys("v", *([key] if isinstance(key, str) else key))
+            if key in odd:
+                self.keys("v", "x")
+            self.assertEqual(link.recv(4), struct.pack("i", code), key)
+        pasted = "".join(chr(ord("a") + i % 26) for i in range(1200))
+        self.tmux("set-buffer", pasted)
+        self.tmux("paste-buffer", "-t", "v")
+        looks, queued = 0, array.array("i", [0])
+
+        def full():  # it is found as before: the link is full
+            nonlocal looks
+            before = queued[0]
+            fcntl.ioctl(link, termios.FIONREAD, queued)
+            looks = looks + 1 if queued[0] == before > 0 else 0
+            return looks == 100
+        self.eventually(full)
+        came = b"".join(link.recv(4) for _ in pasted)
+        self.assertEqual(came, struct.pack("1200i", *map(ord, pasted)))
+        self.keys("v", "C-]")
+        self.assertEqual(link.recv(4), struct.pack("i", -1))
+        self.shows("v", "status=0")
+        self.assertNotIn("moon", self.screen("v"))  # the terminal is given back
+        self.assertEqual(self.tmux("display", "-p", "-t", "v", "#{cursor_flag}"), "1\n")
+        self.assertFalse(os.path.exists(f"/proc/{pid}"))
+
+    def testViewersComeAndGo(self):
+        spew("p.ans", "\x1b[2;3Hmoon")
+        program = self.conshow(f"exec {CONSHOW} -n plexhost <(cat p.ans)")  # a pipe can be read only once
+        self.open("first", f"{PLEXVIEW} {self.home}")
+        self.shows("first", "moon")
+        self.keys("first", "F1")
+        self.shows("first", "Key 0x3B00")
+        for name, signo in (("second", signal.SIGKILL), ("third", signal.SIGTERM)):
+            self.open(name, f"sh -c 'echo $$ > pid; exec {PLEXVIEW}'")
+            self.keys(name, name[0])
+            self.shows(name, f"Key 0x{ord(name[0]):04X} \"{name[0]}\"")
+            if name == "second":
+                self.shows("first", "status=0")  # the one before has to go, in silence
+                self.assertNotIn("ended", self.screen("first"))
+            os.kill(int(slurp("pid")), signo)
+            self.shows(name, f"status={128 + signo}")
+        self.assertNotIn("Key", self.screen("third"))  # the terminal is given back
+        self.open("fourth", PLEXVIEW, 80, 24)
+        self.shows("fourth", "This terminal is 80 x 24;\nthe console needs 80 x 25.")
+        self.tmux("resize-window", "-t", "fourth", "-x", "80", "-y", "25")
+        self.shows("fourth", "moon")
+        self.shows("fourth", "leaves")  # in the last row, and only for a while
+        self.eventually(lambda: "Enter: next picture" in self.screen("fourth") and
+                        "leaves" not in self.screen("fourth"), lambda: self.screen("fourth"))
+        self.tmux("resize-window", "-t", "fourth", "-x", "79", "-y", "25")
+        self.shows("fourth", "This terminal is 79 x 25")
+        self.keys("fourth", "C-]")
+        self.shows("fourth", "status=0")
+        program.kill()
+        program.wait(PATIENCE)
+        self.assertTrue(os.path.exists("plexhost.console"))
+        for key, name, said in (("x", "fifth", "plexview: the program has ended\nstatus=1"),
+                                ("Escape", "sixth", "status=0")):
+            program = self.conshow()  # the socket left behind is no obstacle
+            self.open(name, PLEXVIEW)
+            self.shows(name, "tries a console out")
+            if key == "x":
+                self.keys(name, "y")
+                self.shows(name, "Key 0x0079")
+                program.kill()
+            else:
+                self.keys(name, key)
+            self.shows(name, said)
+            self.assertEqual(program.wait(PATIENCE), -9 if key == "x" else 0)
+        self.assertFalse(os.path.exists("plexhost.console"))
+        program = self.conshow()
+        program.terminate()
+        self.assertEqual(program.wait(PATIENCE), 0)
+
+    def testSaysWhatIsMissing(self):
+        """In an order: without a segment, with one that is too small, with a good one"""
+        def told(want, command, **env):
+            pid, fd = pty.fork()
+            if pid == 0:
+                tied()
+                os.execve("/bin/sh", ["sh", "-c", f"exec {command}"], self.environment(env))
+            with Terminal(fd) as terminal:
+                self.assertEqual(terminal.drain(), f"{command.split()[0].rpartition('/')[2]}: {want}\r\n")
+            self.assertEqual(os.waitpid(pid, 0)[1], 1 << 8)
+        told("no program of this user shows a console", PLEXVIEW)
+        self.segment(100)
+        told("this user's shared memory is too small for a screen", PLEXVIEW)
+        told(f"the shared memory with the key {self.key} is too small for a screen; "
+             f"remove it with: ipcrm -M {self.key}", f"{CONSHOW} -n plexhost")
+        self.assertFalse(os.path.exists("plexhost.console"))
+        self.segment(IMAGE)
+        told("no program shows its console in .", PLEXVIEW)
+        told("nodir: No such file or directory", f"{PLEXVIEW} nodir")
+        told("terminal type nothing is not known", PLEXVIEW, TERM="nothing")
+        told("BBSDISP=xwindows is no console: nullcon, xwindow or unixcon", CONSHOW, BBSDISP="xwindows")
+        told("nodir: No such file or directory", f"{CONSHOW} nodir")
+        told("..: Is a directory", f"{CONSHOW} ..")
+        listening = socket.socket(socket.AF_UNIX)
+        listening.bind("plexhost.console")
+        told("no program shows its console in .", PLEXVIEW)
+        listening.listen(0)
+        with socket.socket(socket.AF_UNIX) as before:
+            before.connect("plexhost.console")
+            told("the program in . does not answer", PLEXVIEW)
+        spew("p.ans", "x")
+        self.assertEqual(self.ended(self.popen(PLEXVIEW)),
+                         (1, "", "plexview: standard input and output must be a terminal\n"))
+        self.assertEqual(self.ended(self.popen(CONSHOW, "p.ans", env={"BBSDISP": "nullcon"})), (0, "", ""))
+        code, _, said = self.ended(self.popen(CONSHOW, env={"BBSDISP": "xwindow", "DISPLAY": ""}))
+        self.assertIn("cannot connect to X server", said)
+        self.assertNotEqual(code, 0)
+
+
+if __name__ == "__main__":
+    main()
