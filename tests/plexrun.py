@@ -32,6 +32,11 @@ class PlexrunSuite(DaemonSuite):
 class Plexrun(PlexrunSuite):
     def testStatuses(self):
         spew("odd", "\x01\x02", 0o755)
+        os.mkdir("file")
+        spew("file/vosterd.socket", "")
+        os.mkdir("left")
+        with socket.socket(socket.AF_UNIX) as left:
+            left.bind("left/vosterd.socket")
         usage, home, long = "see plexrun --help", self.home, 1025 * "x"
         for args, code, said in (  # by the command, or else by plexrun
                 (("sh", "-c", "exit 7"), 7, ""),
@@ -50,6 +55,9 @@ class Plexrun(PlexrunSuite):
                 (("ls", "a\\b"), 121, "plexrun: no command line can carry the backslash in 'a\\b'\n"),
                 (("-c", long), 121, "plexrun: longer than 1024 bytes\n"),
                 (("-H", ".", "ls"), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
+                (("-H", "odd", "ls"), 122, "plexrun: no daemon runs in odd (Not a directory)\n"),
+                (("-H", "file", "ls"), 122, "plexrun: no daemon runs in file (Socket operation on non-socket)\n"),
+                (("-H", "left", "ls"), 122, "plexrun: no daemon runs in left (Connection refused)\n"),
                 # How long a line is depends on plexrun's own paths but with a daemon that runs.
                 (("-H", ".", *49 * ["x/"]), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
                 (("-H", ".", *50 * ["x/"]), 121, "plexrun: more than 49 words\n"),
