@@ -144,12 +144,17 @@ class DaemonSuite(unittest.TestCase):
 
     def setUp(self):
         libc.prctl(PR_SET_CHILD_SUBREAPER, 1)
+        self.serving = False  # a daemon, whose orderly end is still to come
         self.home = tempfile.mkdtemp(prefix="plextest.")
         os.chdir(self.home)
         for undo in ((shutil.rmtree, self.home, True), (os.chdir, "/"), (self.endall,), (signal.alarm, 0)):
             self.addCleanup(*undo)  # the last one first
         signal.signal(signal.SIGALRM, lambda *_: self.fail("the test takes too long"))
         signal.alarm(self.limit)
+
+    def tearDown(self):
+        if self.serving:
+            self.finish()
 
     def endall(self):
         while mine := children(os.getpid()):
@@ -192,9 +197,11 @@ class DaemonSuite(unittest.TestCase):
         self.start(*args, **more)
         self.host = protocol.Host(self.home)
         self.host.link.settimeout(PATIENCE)
+        self.serving = True
 
     def wait(self):
         """The daemon's status, and what it said"""
+        self.serving = False
         self.daemon.wait(PATIENCE)
         return self.daemon.returncode, slurp("stderr")
 

@@ -37,7 +37,6 @@ class Faults(DaemonSuite):
         self.plan("write:1:28")  # a lock without an id in its file is a lock
         self.assertEqual(self.output(1, "/bin/echo x"), "x\r\n")
         self.assertEqual(slurp("vosterd.pid"), "")
-        self.finish()
 
     def deaf(self):
         return bool(int(status(self.daemon.pid, "SigBlk") or "0", 16) >> (signal.SIGCHLD - 1) & 1)

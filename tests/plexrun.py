@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""plexrun as people use it: from a script, with files and pipes, and on a terminal:  plexrun.py [CLASS[.TEST]]..."""
+"""plexrun from a script, between files and pipes, on a terminal; what all tools say of themselves:
+plexrun.py [CLASS[.TEST]]..."""
 import os
 import pty
 import random
@@ -8,8 +9,7 @@ import socket
 import subprocess
 import termios
 
-from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable,
-                      slurp, spew, tied)
+from blackbox import BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable, slurp, spew, tied
 
 PLEXRUN = f"{BUILD}/plexrun"
 
@@ -23,10 +23,14 @@ class PlexrunSuite(DaemonSuite):
     def environment(self, more):
         return super().environment({"TMPDIR": f"{self.home}/tmp", "PATH": "/usr/local/bin:/usr/bin:/bin"} | more)
 
-    def plexrun(self, *args, text="", env=()):
+    def run_to_end(self, *args, text="", **more):
+        """Its status, output and errors; its input is a file"""
         spew("input", text)
         with open("input", encoding="ascii") as file:
-            return self.ended(self.popen(PLEXRUN, *args, env=env, stdin=file))
+            return self.ended(self.popen(*args, **{"stdin": file} | more))
+
+    def plexrun(self, *args, **more):
+        return self.run_to_end(PLEXRUN, *args, **more)
 
 
 class Plexrun(PlexrunSuite):
@@ -95,9 +99,35 @@ class Plexrun(PlexrunSuite):
         self.assertEqual((code, out[-2:]), (0, "\r\n"))
         os.kill(int(out), signal.SIGKILL)
         self.assertEqual(self.plexrun("sh", "-c", "exec <&- >&- 2>&-; sleep 0.1; exit 3")[0], 3)
-        for script, code, out in (('"$0" -c /usr/bin/yes | head -1', 0, "y\r\n"),
-                                  ("exec \"$0\" -c '/usr/bin/seq 9' >/dev/full", 125, "")):
-            self.assertEqual(self.ended(self.popen("sh", "-c", script, PLEXRUN))[:2], (code, out))
+        # A line of its own is typed.
+        child = self.popen(PLEXRUN, "-c", '/bin/sh -c "stty -echo; echo ready; exec cat"', stdin=subprocess.PIPE)
+        self.assertEqual(child.stdout.readline(), b"ready\r\n")
+        self.assertEqual(self.ended(child, b"one\ntwo"), (0, "one\r\ntwo", ""))
+
+    def testAsWithoutIt(self):
+        every = "".join(map(chr, range(256)))
+        big = 70000 * "x" + "\n" + "".join(random.Random(7).choices(every, k=1 << 20))
+        for text in ("", "a\nb\n\x1a", every, 41 * every + "\n", big):
+            for command in ("cat", "sort", "tail -c 1000", "read x; cat", "head -c 5; echo err >&2; exit 3",
+                            "cat >&2; kill -9 $$", "[ -t 0 ] || [ -t 1 ] || [ -t 2 ] || echo none"):
+                with self.subTest(command, text=text[:20], size=len(text)):
+                    code, *want = self.run_to_end("sh", "-c", command, text=text)
+                    piped = self.popen(PLEXRUN, "sh", "-c", command, stdin=subprocess.PIPE)
+                    for got in (self.plexrun("sh", "-c", command, text=text), self.ended(piped, text.encode("latin-1"))):
+                        self.assertEqual(got[0], code if code >= 0 else 128 - code)
+                        self.assertTrue([*got[1:]] == want, (got[1][:80], got[2][:80]))
+
+    def testWhatIsSharedStaysShared(self):
+        for script, want in (
+                ('(read x; "$0" cat; cat) <input; echo $?', "two\n0\n"),
+                ('"$0" echo new >>input; cat input', "one\ntwo\nnew\n"),
+                ('"$0" yes | head -1; echo ${PIPESTATUS[0]}', "y\n141\n"),
+                ('"$0" -c /usr/bin/yes </dev/null | head -1; echo ${PIPESTATUS[0]}', "y\r\n141\n"),
+                ('"$0" seq 9 >/dev/full; echo $?', "1\n"),
+                ('"$0" -c "/usr/bin/seq 9" >/dev/full; echo $?', "125\n"),
+                ("\"$0\" sh -c 'echo text; echo shown >/dev/tty' 2>err; cat err", "text\nshown\r\n")):
+            with self.subTest(script):
+                self.assertEqual(self.run_to_end("bash", "-c", script, PLEXRUN, text="one\ntwo\n")[1], want)
 
     def testDaemonsThatMisbehave(self):
         for kind, passed, code in ((None, None, 124), (FAILED, None, 123), (STARTED, None, 124), (STARTED, 1, 124),
@@ -136,6 +166,30 @@ class Plexrun(PlexrunSuite):
         self.assertEqual(self.wait(), (0, ""))
 
 
+    def testIgnoredSignalsStayIgnored(self):
+        child = self.popen("sh", "-c", f"trap '' HUP; exec {PLEXRUN} sh -c 'echo ready; read x; exit 7'",
+                           stdin=subprocess.PIPE)
+        self.assertEqual(child.stdout.readline(), b"ready\n")
+        child.send_signal(signal.SIGHUP)
+        self.assertEqual(self.ended(child, b"x\n")[0], 7)
+
+    def testWhatToolsSayOfThemselves(self):
+        for tool in ("plexrun", "plexmsg", "conshow", "plexview"):
+            if tool == "plexview" and not os.path.exists(f"{BUILD}/{tool}"):
+                continue  # only this needs what may be missing
+            for option, code, said in (("--help", 0, f"^usage: {tool} "), ("-h", 0, f"^usage: {tool} "),
+                                       ("--version", 0, rf"^{tool} \(vosterd\) \d+\.\d+\.\d+\n$"),
+                                       ("-Z", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '-Z' "),
+                                       ("--no", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '--no' "),
+                                       ("--help=x", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '--help=x' ")):
+                with self.subTest(tool, option=option):
+                    got = self.run_to_end(f"{BUILD}/{tool}", option)
+                    self.assertEqual((got[0], got[1 if code else 2]), (code, ""))
+                    self.assertRegex(got[2 if code else 1], said)
+            full = self.run_to_end("sh", "-c", f"{BUILD}/{tool} --help >/dev/full")
+            self.assertEqual(full[0::2], (1, f"{tool}: standard output: No space left on device\n"))
+
+
 class OnTerminal(PlexrunSuite):
     """plexrun on a terminal whose settings no program would choose"""
 
@@ -143,7 +197,7 @@ class OnTerminal(PlexrunSuite):
         self.pid, fd = pty.fork()
         if self.pid == 0:
             tied()
-            os.execvpe("bash", ["bash", "-c", f"stty erase '#' rows 30 cols 100; {script}"], self.environment({}))
+            os.execvpe("bash", ["bash", "-c", f"stty erase '#' eof '^X' rows 30 cols 100; {script}"], self.environment({}))
         self.terminal = Terminal(fd)
         self.slave = os.open(self.terminal.path(), os.O_RDWR | os.O_NOCTTY)  # keeps it alive
 
@@ -163,9 +217,9 @@ class OnTerminal(PlexrunSuite):
     def testSizeKeysAndEveryWayOut(self):
         for signo in (0, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1):
             with self.subTest(signo):
-                self.begin(f"exec {PLEXRUN} sh -c \"stty size; trap 'stty size' WINCH; trap 'echo key' INT;"
-                           " echo ready; while :; do read x && exit 4; done\"")
-                self.assertIn("30 100\r\n", self.terminal.expect("ready\r\n"))
+                self.begin(f"exec {PLEXRUN} sh -c \"stty size; stty -a | grep -o 'eof = ^X'; trap 'stty size' WINCH;"
+                           " trap 'echo key' INT; echo ready; while :; do read x && exit 4; done\"")
+                self.assertIn("30 100\r\neof = ^X\r\n", self.terminal.expect("ready\r\n"))
                 self.eventually(self.raw)
                 self.terminal.size(40, 90, 0, 0)
                 self.terminal.type("", "40 90\r\n")
