@@ -11,24 +11,12 @@
 
 namespace {
 
-using Strings = std::vector<std::string>;
 using plex::msgblk;
 
-// Makes "f.mcv" of a text for each language and message; an empty one is none.
-void make(const Strings &languages, const std::vector<Strings> &messages) {
-    std::string source;
-    for (const std::string &language : languages) {
-        source += "language " + language + "\n";
-    }
-    for (const Strings &texts : messages) {
-        source += "message\n";
-        for (size_t i = 0; i < texts.size(); i++) {
-            source += texts[i].empty() ? "" : "text " + languages[i] + "\n|" + texts[i] + "\n";
-        }
-    }
+// Makes "f.mcv" of a source.
+void make(const std::string &source) {
     test::spew("f.txt", source);
-    const auto made = test::Program({BUILD_DIR "/plexmsg", "compile", "f.txt", "f.mcv"}).wait();
-    EXPECT_EQ(made.code(), 0) << made.err;
+    EXPECT_EQ(test::Program({BUILD_DIR "/plexmsg", "compile", "f.txt", "f.mcv"}).wait().code(), 0);
 }
 
 void close(msgblk *mb) {
@@ -36,9 +24,12 @@ void close(msgblk *mb) {
     plex::rstmbk();
 }
 
+const std::string text = "message\ntext English/ANSI\n|";
+const std::string english = "language English/ANSI\n";
+
 TEST(Messages, OneLanguageAndTheBuffer) {
     const test::Home home;
-    make({"English/ANSI"}, {{"zero"}, {"eleven more"}, {"no end"}});
+    make(english + text + "zero\n" + text + "eleven more\n" + text + "no end");
     std::string file = test::slurp("f.mcv");
     file[18 + 5] = '!'; // where the last text ended
     test::spew("f.mcv", file);
@@ -69,45 +60,13 @@ TEST(Messages, OneLanguageAndTheBuffer) {
     close(mb);
 }
 
-TEST(Messages, FallBackAlongTheChain) {
-    const test::Home home;
-    plex::inimsg(100);
-    make({"English/ANSI", "French/RIP", "French/ANSI", "English/RIP"},
-         {{"0eA", "0 French RIP", "0fr ANSI", "0eRIP"},
-          {"1eA", "", "1fr ANSI", "1eRIP"},
-          {"2eA", "", "", "2eRIP"},
-          {"3eA", "", "", ""}});
-    msgblk *mb = plex::opnmsg("f.mcv"); // no table: the default only
-    test::speak({"English/ANSI", "English/RIP", "French/ANSI", "French/RIP", "German/RIP"});
-    plex::clingo = 3;
-    EXPECT_STREQ(plex::rawmsg(1), "1eA");
-    close(mb);
-    mb = plex::opnmsg("f.mcv");
-    struct {
-        int clingo, msg;
-        const char *text;
-        int rlingo, mslidx;
-    } const rows[] = {{3, 0, "0 French RIP", 3, 1}, {3, 1, "1fr ANSI", 2, 2}, {3, 2, "2eRIP", 1, 3},
-                      {3, 3, "3eA", 0, 0},          {4, 0, "0eRIP", 1, 3},    {2, 2, "2eA", 0, 0},
-                      {5, 0, "0eA", 0, 0},          {-1, 0, "0eA", 0, 0}};
-    for (const auto &r : rows) {
-        plex::clingo = r.clingo;
-        EXPECT_STREQ(plex::rawmsg(r.msg), r.text) << r.clingo;
-        EXPECT_EQ(plex::rlingo, r.rlingo) << r.text;
-        EXPECT_EQ(plex::mslidx, r.mslidx) << r.text;
-    }
-    close(mb);
-    EXPECT_EQ(plex::badlang, 0);
-    test::speak({});
-}
-
 TEST(Messages, LanguageLists) {
     const test::Home home;
     const std::string en = "English/ANSI";
     const std::string fr = "French/ANSI";
     test::speak({en, fr, "Dutch/RIP", "Portuguese/ANSI"});
     struct {
-        Strings list;
+        std::vector<std::string> list;
         std::vector<int> mslidx;
         int badlang, missing; // names at the list's end
     } const rows[] = {{{"english/ansi", "D", "FRE"}, {0, 2, 1, 0}, 0, 0},
@@ -117,7 +76,7 @@ TEST(Messages, LanguageLists) {
                       {{en, "", fr}, {0, 2, 0, 0}, 1, 0},
                       {{en, "Portuguese/ANSI1", fr}, {0, 2, 0, 0}, 1, 0},
                       {{en, std::string(1500, 'D'), fr}, {0, 2, 0, 0}, 1, 0}};
-    make({"A"}, {});
+    make("language A\nlanguage B\nmessage\ntext A\n|a\ntext B\n|b\n");
     const std::string made = test::slurp("f.mcv");
     for (const auto &r : rows) { // another list, where the trailer was
         std::string trailer = made.substr(made.size() - 16);
@@ -139,24 +98,21 @@ TEST(Messages, LanguageLists) {
 
 TEST(Messages, FatalErrors) {
     const test::Home home;
-    const std::string endless(5000, 'n');
     EXPECT_EQ(test::fatal([] { plex::opnmsg("none"); }), "CANNOT FIND \"none\"");
-    EXPECT_EQ(test::fatal([] { plex::opnmsg("./"); }), "CANNOT READ \"./\" VARIABLES");
+    const std::string endless(5000, 'n');
     EXPECT_TRUE(test::fatal([&] { plex::opnmsg(endless.c_str()); }).starts_with("CANNOT FIND \"n"));
-    plex::inimsg(9);
-    const std::string range = "MESSAGE NUMBER 0 OUT OF RANGE IN ";
-    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), range);
-    make({"A"}, {});
-    msgblk *mb = plex::opnmsg("f.mcv");
-    EXPECT_EQ(test::fatal([] { plex::msgseek(0); }), range + "f.mcv");
-    plex::clsmsg(mb);
-    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), range);
-    plex::rstmbk();
     EXPECT_EQ(test::fatal([] {
                   plex::msgbuf = nullptr;
                   plex::rawmsg(0);
               }),
               "INIMSG NOT CALLED");
+    plex::inimsg(9);
+    const std::string range = "MESSAGE NUMBER 0 OUT OF RANGE IN ";
+    EXPECT_EQ(test::fatal([] { plex::rawmsg(0); }), range);
+    make(english);
+    plex::clsmsg(plex::opnmsg("f.mcv"));
+    EXPECT_EQ(test::fatal([] { plex::msgseek(0); }), range);
+    plex::rstmbk();
 }
 
 TEST(Messages, TheStack) {
@@ -172,7 +128,7 @@ TEST(Messages, TheStack) {
         EXPECT_EQ(plex::curmbk, &blocks[i]);
     }
     plex::inimsg(100);
-    make({"A"}, {{"text"}});
+    make(english + text + "text");
     msgblk *under = plex::opnmsg("f.mcv");
     msgblk *over = plex::opnmsg("f.mcv");
     plex::clsmsg(over);
@@ -191,14 +147,14 @@ TEST(Messages, TheStack) {
 
 // How many calls read how many bytes in `body`, as the kernel counts.
 std::pair<long, long> reads(const std::function<void()> &body) {
-    std::string text;
+    std::string io;
     const auto counted = [&] {
-        text = test::slurp("/proc/self/io");
-        return std::pair(atol(text.c_str() + text.find("syscr:") + 6), atol(text.c_str() + 6));
+        io = test::slurp("/proc/self/io");
+        return std::pair(atol(io.c_str() + io.find("syscr:") + 6), atol(io.c_str() + 6));
     };
     const long idle = counted().first;
     const auto before = counted();
-    const auto own = static_cast<long>(text.size()); // looking counts as well
+    const auto own = static_cast<long>(io.size()); // looking counts as well
     body();
     const auto after = counted();
     return {after.first - before.first - (before.first - idle), after.second - before.second - own};
@@ -207,7 +163,8 @@ std::pair<long, long> reads(const std::function<void()> &body) {
 TEST(Messages, NoMoreIsReadThanIsAskedFor) {
     const test::Home home;
     plex::inimsg(100);
-    make({"English/ANSI", "French/ANSI"}, {{"a message", "one"}, {"x", ""}});
+    make(english + "language French/ANSI\n" + text + "a message\ntext French/ANSI\n|one\n" + text +
+         "x");
     test::speak({"English/ANSI", "French/ANSI"});
     plex::clingo = 1;
     msgblk *mb = nullptr;

@@ -60,16 +60,10 @@ message 2 English/ANSI 4 "Two"
 message 2 French/ANSI 1 ""
 message 3 English/ANSI 4 "Bye"
 """)
-        other = "plexmsg: no text in {}, this is {}\n"
-        for args, want in (
-                (("0", "-l", "french"), "Bonjour!\n"),
-                (("0",), TEXTS[0][:-1] + "\n"),
-                (("3", "-l", "f"), "Bye\n" + other.format("French/ANSI", "English/ANSI")),
-                (("0", "-l", "French/RIP"), "Bonjour!\n" + other.format("French/RIP", "French/ANSI")),
-                (("0", "-l", "x"), "plexmsg: s.mcv has no language \"x\", or several\n1"),
-                (("0", "-l", "x/45678901234567"), "plexmsg: s.mcv has no language \"x/45678901234567\", or several\n1"),
-                (("1x",), "plexmsg: \"1x\" is not a message number\n1"),
-                (("-l", "x"), "plexmsg: show takes 2 words, not 1 (see plexmsg --help)\n2")):
+        for args, want in ((("0",), TEXTS[0][:-1] + "\n"), (("0", "-l", "french"), "Bonjour!\n"),
+                           (("0", "-l", "x"), "plexmsg: s.mcv has no language \"x\", or several\n1"),
+                           (("1x",), "plexmsg: \"1x\" is not a message number\n1"),
+                           (("-l", "x"), "plexmsg: show takes 2 words, not 1 (see plexmsg --help)\n2")):
             self.assertEqual(self.plexmsg("show", "s.mcv", *args), want)
         # The last byte of a list's line, the first that is no longer in it, what needs a code.
         self.compiled("language A\nmessage\ntext A\n|" + 60 * "x" + "\nmessage\ntext A\n|" + 61 * "x" +
@@ -78,6 +72,19 @@ message 3 English/ANSI 4 "Bye"
                          f"message 0 A 61 \"{60 * 'x'}\"\nmessage 1 A 62 \"{60 * 'x'}\"...\n"
                          "message 2 A 5 \"\\x7F\x80\\x1F\\n\"\n")
         self.assertEqual(self.plexmsg("show", "out", "2"), "\x7F\x80\x1F\n")
+
+    def testFallBackAlongTheChain(self):
+        names = ("English/ANSI", "French/RIP", "French/ANSI", "English/RIP")
+        source = "".join(f"language {name}\n" for name in names)
+        for i, have in enumerate(((0, 1, 2, 3), (0, 2, 3), (0, 3), (0,))):
+            source += "message\n" + "".join(f"text {names[lang]}\n|{i}{names[lang]}\n" for lang in have)
+        self.compiled(source)
+        for number, asked, found in ((0, 1, 1), (1, 1, 2), (2, 1, 3), (3, 1, 0), (0, 2, 2), (2, 2, 0), (1, 3, 3),
+                                     (3, 3, 0), (0, "French/X", 2), (1, "French/X", 2), (2, "French/X", 0),
+                                     (0, "German/RIP", 3), (3, "German/RIP", 0), (0, "German/X", 0)):
+            asked = names[asked] if isinstance(asked, int) else asked
+            note = "" if asked == names[found] else f"plexmsg: no text in {asked}, this is {names[found]}\n"
+            self.assertEqual(self.plexmsg("show", "-l", asked, "out", f"{number}"), f"{number}{names[found]}\n{note}")
 
     def testWhatCannotBeRead(self):
         def patch(at, kind, number):
