@@ -9,7 +9,6 @@ import re
 import select
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import sys
@@ -240,6 +239,11 @@ class DaemonSuite(unittest.TestCase):
 
     def signal(self, signo):
         os.kill(self.daemon.pid, signo)
+
+    def open_(self, count):
+        """The daemon comes to have so many descriptors open"""
+        self.eventually(lambda: len(descriptors(self.daemon.pid)) == count,
+                        lambda: f"{descriptors(self.daemon.pid)}")
 
     def commands(self):
         return children(self.daemon.pid)

@@ -14,19 +14,10 @@
 
 namespace {
 
-using test::inchild;
-using test::Outcome;
-
-TEST(Faults, BrokenPipe) {
-    const test::Home home;
-    const Outcome o = inchild([] {
-        plex::lockfd = plex::maklck(plex::LOCKNAME);
-        plex::usignal(SIGPIPE, plex::process_signal);
-        raise(SIGPIPE);
-    });
-    EXPECT_EQ(o.code(), 0);
-    EXPECT_EQ(o.err, "SIGPIPE");
-    EXPECT_FALSE(test::exists(plex::LOCKNAME));
+void breakpipe() {
+    plex::lockfd = plex::maklck(plex::LOCKNAME);
+    plex::usignal(SIGPIPE, plex::process_signal);
+    raise(SIGPIPE);
 }
 
 TEST(Faults, OfServices) {
@@ -48,16 +39,18 @@ TEST(Faults, OfServices) {
              _exit(fcntl(99, F_GETFD) == -1 ? 0 : 1);
          },
          0, ""},
+        {"", breakpipe, 0, "SIGPIPE"},
     };
     test::spew("cfg", "");
+    setenv("BBSCONFIG", "cfg", 1);
     for (const auto &r : rows) {
-        const Outcome o = inchild([&] {
-            setenv("BBSCONFIG", "cfg", 1);
+        const test::Outcome o = test::inchild([&] {
             test::fault(r.faults);
             r.body();
         });
         EXPECT_EQ(o.code(), r.code) << r.faults << o.err;
         EXPECT_EQ(o.err, r.err) << r.faults;
+        EXPECT_FALSE(test::exists(plex::LOCKNAME));
     }
 }
 

@@ -5,7 +5,7 @@ import os
 import signal
 import socket
 
-from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal, descriptors, main, protocol,
+from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal, main, protocol,
                       readable, slurp, status)
 
 
@@ -95,8 +95,7 @@ class Faults(DaemonSuite):
                 self.eventually(lambda: self.deaf() == deaf)
                 # Three standard ones, log, lock, endpoint, link; a fork that failed leaves a master.
                 has = 7 + faults.startswith(("fork", "malloc"))
-                self.eventually(lambda: len(descriptors(self.daemon.pid)) == has,
-                                lambda: f"{descriptors(self.daemon.pid)}")
+                self.open_(has)
                 self.eventually(lambda: deaf or not self.commands())  # signals of two ends would merge
                 on = told(2)[:2] if deaf else told(2)
                 self.assertEqual(self.course(2, "/bin/echo on", len(on), "on\r\n"), (on, "on\r\n"))
