@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""plexmsg: what it makes of sources, what it shows of message files and of damaged ones:  plexmsg.py [CLASS[.TEST]]..."""
+"""plexmsg: what it makes of sources, what it shows of files, damaged ones too:  plexmsg.py [CLASS[.TEST]]..."""
 import os
 import stat
 import struct

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """plexrun from a script, between files and pipes, on a terminal; what all tools say of themselves:
 plexrun.py [CLASS[.TEST]]..."""
+import itertools
 import os
 import pty
 import random
@@ -9,7 +10,8 @@ import socket
 import subprocess
 import termios
 
-from blackbox import BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable, slurp, spew, tied
+from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable, slurp, spew,
+                      tied)
 
 PLEXRUN = f"{BUILD}/plexrun"
 
@@ -51,8 +53,8 @@ class Plexrun(PlexrunSuite):
                 (("-u", "-5", "pwd"), 0, f"{home}\n"),
                 (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\n0\n"),
                 ((), 120, f"plexrun: no command ({usage})\n"),
-                (("-u", "3000000000"), 120, "plexrun: -u wants a number of 32 bits, not '3000000000' (see plexrun --help)\n"),
-                (("-u", "5x", "ls"), 120, "plexrun: -u wants a number of 32 bits, not '5x' (see plexrun --help)\n"),
+                (("-u", "3000000000"), 120, f"plexrun: -u wants a number of 32 bits, not '3000000000' ({usage})\n"),
+                (("-u", "5x", "ls"), 120, f"plexrun: -u wants a number of 32 bits, not '5x' ({usage})\n"),
                 (("-c",), 120, f"plexrun: -c wants an argument ({usage})\n"),
                 (("-c", "/bin/ls", "x"), 120, f"plexrun: -c has the whole command; 'x' is too much ({usage})\n"),
                 (("-x",), 120, f"plexrun: unknown option '-x' ({usage})\n"),
@@ -113,9 +115,10 @@ class Plexrun(PlexrunSuite):
                 with self.subTest(command, text=text[:20], size=len(text)):
                     code, *want = self.run_to_end("sh", "-c", command, text=text)
                     piped = self.popen(PLEXRUN, "sh", "-c", command, stdin=subprocess.PIPE)
-                    for got in (self.plexrun("sh", "-c", command, text=text), self.ended(piped, text.encode("latin-1"))):
-                        self.assertEqual(got[0], code if code >= 0 else 128 - code)
-                        self.assertTrue([*got[1:]] == want, (got[1][:80], got[2][:80]))
+                    filed = self.plexrun("sh", "-c", command, text=text)
+                    for status, *got in (filed, self.ended(piped, text.encode("latin-1"))):
+                        self.assertEqual(status, code if code >= 0 else 128 - code)
+                        self.assertTrue(got == want, (got[0][:80], got[1][:80]))
 
     def testWhatIsSharedStaysShared(self):
         for script, want in (
@@ -174,20 +177,17 @@ class Plexrun(PlexrunSuite):
         self.assertEqual(self.ended(child, b"x\n")[0], 7)
 
     def testWhatToolsSayOfThemselves(self):
-        for tool in ("plexrun", "plexmsg", "conshow", "plexview"):
-            if tool == "plexview" and not os.path.exists(f"{BUILD}/{tool}"):
-                continue  # only this needs what may be missing
-            for option, code, said in (("--help", 0, f"^usage: {tool} "), ("-h", 0, f"^usage: {tool} "),
-                                       ("--version", 0, rf"^{tool} \(vosterd\) \d+\.\d+\.\d+\n$"),
-                                       ("-Z", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '-Z' "),
-                                       ("--no", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '--no' "),
-                                       ("--help=x", 120 if tool == "plexrun" else 2, f"^{tool}: unknown option '--help=x' ")):
-                with self.subTest(tool, option=option):
-                    got = self.run_to_end(f"{BUILD}/{tool}", option)
-                    self.assertEqual((got[0], got[1 if code else 2]), (code, ""))
-                    self.assertRegex(got[2 if code else 1], said)
-            full = self.run_to_end("sh", "-c", f"{BUILD}/{tool} --help >/dev/full")
-            self.assertEqual(full[0::2], (1, f"{tool}: standard output: No space left on device\n"))
+        tools = ("plexrun", "plexmsg", "conshow", *("plexview",) * os.path.exists(f"{BUILD}/plexview"))
+        answers = {"--help": "^usage: {} ", "-h": "^usage: {} ", "--version": r"^{} \(vosterd\) \d+\.\d+\.\d+\n$"}
+        for tool, option in itertools.product(tools, (*answers, "-Z", "--no", "--help=x")):
+            with self.subTest(tool, option=option):
+                code, *said = self.run_to_end(f"{BUILD}/{tool}", option)
+                good = option in answers
+                self.assertEqual((code, said[good]), (0 if good else 120 if tool == "plexrun" else 2, ""))
+                want = answers.get(option, f"^{{}}: unknown option '{option}' ")
+                self.assertRegex(said[not good], want.format(tool))
+        full = self.run_to_end("sh", "-c", f"{PLEXRUN} --help >/dev/full")
+        self.assertEqual(full, (1, "", "plexrun: standard output: No space left on device\n"))
 
 
 class OnTerminal(PlexrunSuite):
@@ -197,7 +197,8 @@ class OnTerminal(PlexrunSuite):
         self.pid, fd = pty.fork()
         if self.pid == 0:
             tied()
-            os.execvpe("bash", ["bash", "-c", f"stty erase '#' eof '^X' rows 30 cols 100; {script}"], self.environment({}))
+            script = f"stty erase '#' eof '^X' rows 30 cols 100; {script}"
+            os.execvpe("bash", ["bash", "-c", script], self.environment({}))
         self.terminal = Terminal(fd)
         self.slave = os.open(self.terminal.path(), os.O_RDWR | os.O_NOCTTY)  # keeps it alive
 
