@@ -5,6 +5,7 @@ import ctypes
 import fcntl
 import io
 import os
+import pty
 import re
 import select
 import shutil
@@ -181,6 +182,14 @@ class DaemonSuite(unittest.TestCase):
         """The status of a program, its output and what it said"""
         out, err = program.communicate(text or None, PATIENCE)
         return program.returncode, out.decode("latin-1"), err.decode("latin-1")
+
+    def onterminal(self, script, **env):
+        """A shell's process, and its terminal"""
+        pid, fd = pty.fork()
+        if pid == 0:
+            tied()
+            os.execvpe("bash", ["bash", "-c", script], self.environment(env))
+        return pid, Terminal(fd)
 
     def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
         self.endall()  # what a row of a table that failed has left

@@ -10,8 +10,7 @@ import socket
 import subprocess
 import termios
 
-from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, Terminal, main, protocol, readable, slurp, spew,
-                      tied)
+from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, main, protocol, readable, slurp, spew)
 
 PLEXRUN = f"{BUILD}/plexrun"
 
@@ -194,12 +193,7 @@ class OnTerminal(PlexrunSuite):
     """plexrun on a terminal whose settings no program would choose"""
 
     def begin(self, script):  # pylint: disable=arguments-differ
-        self.pid, fd = pty.fork()
-        if self.pid == 0:
-            tied()
-            script = f"stty erase '#' eof '^X' rows 30 cols 100; {script}"
-            os.execvpe("bash", ["bash", "-c", script], self.environment({}))
-        self.terminal = Terminal(fd)
+        self.pid, self.terminal = self.onterminal(f"stty erase '#' eof '^X' rows 30 cols 100; {script}")
         self.slave = os.open(self.terminal.path(), os.O_RDWR | os.O_NOCTTY)  # keeps it alive
 
     def raw(self):

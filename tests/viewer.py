@@ -4,14 +4,13 @@ import array
 import ctypes
 import fcntl
 import os
-import pty
 import re
 import signal
 import socket
 import struct
 import termios
 
-from blackbox import BUILD, PATIENCE, DaemonSuite, Terminal, libc, main, slurp, spew, tied
+from blackbox import BUILD, PATIENCE, DaemonSuite, libc, main, slurp, spew
 
 PLEXVIEW, CONSHOW = f"{BUILD}/plexview", f"{BUILD}/conshow"
 CLONE_NEWIPC, CLONE_NEWUSER = 0x08000000, 0x10000000
@@ -163,12 +162,8 @@ class Viewer(DaemonSuite):
     def testSaysWhatIsMissing(self):
         """In an order: without a segment, with one that is too small, with a good one"""
         def told(want, command, **env):
-            pid, fd = pty.fork()
-            if pid == 0:
-                tied()
-                os.execve("/bin/sh", ["sh", "-c", f"exec {command}"], self.environment(env))
-            with Terminal(fd) as terminal:
-                self.assertEqual(terminal.drain(), f"{command.split()[0].rpartition('/')[2]}: {want}\r\n")
+            pid, terminal = self.onterminal(f"exec {command}", **env)
+            self.assertEqual(self.over(terminal), f"{command.split()[0].rpartition('/')[2]}: {want}\r\n")
             self.assertEqual(os.waitpid(pid, 0)[1], 1 << 8)
         told("no program of this user shows a console", PLEXVIEW)
         self.segment(100)
