@@ -1,5 +1,7 @@
+#!/usr/bin/env python3
 """What the suites from outside share: programs that never outlive their test, terminals, a daemon with the test as
-its host. The host is the one that docs/protocol.md gives to everybody."""
+its host. The host is the one that docs/protocol.md gives to everybody.
+    blackbox.py SUITE [CLASS[.TEST]]..."""
 import contextlib
 import ctypes
 import fcntl
@@ -271,5 +273,5 @@ class DaemonSuite(unittest.TestCase):
         self.signal(signal.SIGCONT)
 
 
-def main():
-    unittest.main(verbosity=2, warnings="ignore")
+if __name__ == "__main__":
+    unittest.main(sys.argv.pop(1), verbosity=2, warnings="ignore")

@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""A real daemon and everything that a host can see of it:  daemon.py [CLASS[.TEST]]..."""
+"""A real daemon and everything that a host can see of it"""
 import contextlib
 import errno
 import fcntl
@@ -16,7 +15,7 @@ import sys
 import termios
 import tty
 
-from blackbox import (ENDED, PATIENCE, RUN, DaemonSuite, Terminal, block, descriptors, main, protocol, readable,
+from blackbox import (ENDED, PATIENCE, RUN, DaemonSuite, Terminal, block, descriptors, protocol, readable,
                       slurp, spew, stat, status)
 
 NOBODY = 65534
@@ -433,7 +432,3 @@ Could not find child (pid=N)
         logged("Received SIGCHLD.\nCould not find child (pid=0)\n")
         self.assertEqual(self.output(2, "/bin/echo x"), "x\r\n")
         cat.close()
-
-
-if __name__ == "__main__":
-    main()

@@ -1,11 +1,10 @@
-#!/usr/bin/env python3
-"""Daemons whose system calls fail: what becomes of them, what their host is told:  faults.py [CLASS[.TEST]]..."""
+"""Daemons whose system calls fail: what becomes of them, what their host is told"""
 import errno
 import os
 import signal
 import socket
 
-from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal, main, protocol,
+from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal, protocol,
                       readable, slurp, status)
 
 
@@ -145,7 +144,3 @@ class Faults(DaemonSuite):
         self.assertEqual(self.host.link.recv(12), b"")  # and then it is too late
         self.finish()
         self.assertEqual(self.over(cat), "")
-
-
-if __name__ == "__main__":
-    main()

@@ -1,10 +1,9 @@
-#!/usr/bin/env python3
-"""plexmsg: what it makes of sources, what it shows of files, damaged ones too:  plexmsg.py [CLASS[.TEST]]..."""
+"""plexmsg: what it makes of sources, what it shows of files, damaged ones too"""
 import os
 import stat
 import struct
 
-from blackbox import BUILD, DaemonSuite, main, slurp, spew
+from blackbox import BUILD, DaemonSuite, slurp, spew
 
 SOURCE = """\
 # two languages
@@ -221,7 +220,3 @@ message 0 B 2 "3"
             self.assertEqual(self.plexmsg("compile", source, out), f"plexmsg: cannot {why}\n1")
         self.assertFalse(os.path.exists("out"))
         self.assertFalse([name for name in os.listdir() if name.startswith(".plex")])
-
-
-if __name__ == "__main__":
-    main()

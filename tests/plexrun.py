@@ -1,6 +1,4 @@
-#!/usr/bin/env python3
-"""plexrun from a script, between files and pipes, on a terminal; what all tools say of themselves:
-plexrun.py [CLASS[.TEST]]..."""
+"""plexrun from a script, between files and pipes, on a terminal; what all tools say of themselves"""
 import itertools
 import os
 import pty
@@ -10,7 +8,7 @@ import socket
 import subprocess
 import termios
 
-from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, main, protocol, readable, slurp, spew)
+from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, protocol, readable, slurp, spew)
 
 PLEXRUN = f"{BUILD}/plexrun"
 
@@ -238,7 +236,3 @@ class OnTerminal(PlexrunSuite):
         self.terminal.type("x\n")
         self.assertIn("code 5", self.terminal.expect("erase = #"))
         self.assertEqual(self.end(), 0)
-
-
-if __name__ == "__main__":
-    main()

@@ -1,5 +1,4 @@
-#!/usr/bin/env python3
-"""plexview and conshow on terminals, which tmux keeps:  viewer.py [CLASS[.TEST]]..."""
+"""plexview and conshow on terminals, which tmux keeps"""
 import array
 import ctypes
 import fcntl
@@ -10,7 +9,7 @@ import socket
 import struct
 import termios
 
-from blackbox import BUILD, PATIENCE, DaemonSuite, libc, main, slurp, spew
+from blackbox import BUILD, PATIENCE, DaemonSuite, libc, slurp, spew
 
 PLEXVIEW, CONSHOW = f"{BUILD}/plexview", f"{BUILD}/conshow"
 CLONE_NEWIPC, CLONE_NEWUSER = 0x08000000, 0x10000000
@@ -191,7 +190,3 @@ class Viewer(DaemonSuite):
         code, _, said = self.ended(self.popen(CONSHOW, env={"BBSDISP": "xwindow", "DISPLAY": ""}))
         self.assertIn("cannot connect to X server", said)
         self.assertNotEqual(code, 0)
-
-
-if __name__ == "__main__":
-    main()
