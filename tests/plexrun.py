@@ -125,6 +125,7 @@ class Plexrun(PlexrunSuite):
                 ('"$0" -c /usr/bin/yes </dev/null | head -1; echo ${PIPESTATUS[0]}', "y\r\n141\n"),
                 ('"$0" seq 9 >/dev/full; echo $?', "1\n"),
                 ('"$0" -c "/usr/bin/seq 9" >/dev/full; echo $?', "125\n"),
+                ('"$0" -c /bin/cat <.; echo $?', "0\n"),  # what cannot be read is at its end
                 ("\"$0\" sh -c 'echo text; echo shown >/dev/tty' 2>err; cat err", "text\nshown\r\n")):
             with self.subTest(script):
                 self.assertEqual(self.run_to_end("bash", "-c", script, PLEXRUN, text="one\ntwo\n")[1], want)

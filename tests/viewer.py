@@ -97,7 +97,8 @@ class Viewer(DaemonSuite):
         self.eventually(lambda: image[4000 + 25] == 0, "what is asked for is not drawn")
         # Keys that have no code, as other terminals send them: no part of them is typed.
         odd = [("-l", sent) for sent in ("\x1b[7^", "\x1b[7$", "\x1bOa", "\x1b[[Z", "\x1b\x1b[A", "\x1b[99;9~")]
-        for key, code in (("a", 0x61), ("C-F5", 0x6200), ("é", 0x82), *((sent, 0x78) for sent in odd)):
+        for key, code in (("a", 0x61), ("C-F5", 0x6200), ("é", 0x82), *((sent, 0x78) for sent in odd),
+                          (("-l", "\x1b[\x1bOP"), 0x3B00)):  # cut off by a key
             self.keys("v", *([key] if isinstance(key, str) else key))
             if key in odd:
                 self.keys("v", "x")
