@@ -220,6 +220,9 @@ class DaemonSuite(unittest.TestCase):
         self.host.link.close()
         self.assertEqual(self.wait(), (code, err))
         self.assertEqual((os.path.exists("vosterd.pid"), os.path.exists("vosterd.socket")), (stuck, False))
+        self.noneleft()
+
+    def noneleft(self):
         self.eventually(lambda: not self.running(os.getpid()), lambda: f"left: {self.running(os.getpid())}")
 
     def record(self, *want):

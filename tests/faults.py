@@ -128,14 +128,12 @@ class Faults(DaemonSuite):
         self.finish()
         self.assertEqual(self.over(cat), "")
 
-    def testOfAKillThatEndingOvertakes(self):
+    def testOfAnEndingThatIsOvertaken(self):
         self.plan("kill:1:-15")
         cat = self.run_(1, "/bin/cat")
         self.kill(1)
         self.finish(115)  # and no command stays
         cat.close()
-
-    def testOfAnEndDuringTheShutDown(self):
         self.plan("kill:1:-17")
         self.endtogether([self.run_(user, "/bin/cat") for user in (1, 2)], "\x01")
         self.assertEqual(self.host.record()[1:], (ENDED, 0))  # the other one waits for a signal
