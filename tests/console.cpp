@@ -3,7 +3,6 @@
 #include "libsrc/catastro/catastro.h"
 #include "libunix/console/trm.h"
 #include "libunix/plumbing/svr4shm.h"
-#include "libunix/runtime/bgnlog.h"
 #include "libunix/runtime/process.h"
 #include "libunix/screen/print.h"
 #include "tests/faults/calls.h"
@@ -11,10 +10,8 @@
 #include "tools/play.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -29,7 +26,7 @@ extern "C" int select(int n, fd_set *in, fd_set *out, fd_set *other, timeval *li
 
 namespace {
 
-volatile sig_atomic_t told; // how often a viewer of this process was told to go
+volatile sig_atomic_t signalled; // how often a viewer of this process was told to go
 
 // A viewer that has announced itself, or another process.
 int viewer(pid_t pid = getpid()) {
@@ -40,15 +37,19 @@ int viewer(pid_t pid = getpid()) {
     return fd;
 }
 
+int key() {
+    return plex::rx11trm.trmhit() != 0 ? plex::rx11trm.trminp() : 0;
+}
+
+bool closed(int fd) {
+    char byte = 0;
+    return recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+}
+
 // What any bytes do to the link: fuzz/viewer.cpp. Here, who is served when.
 TEST(Link, NewcomerTakesOver) {
     const test::Home home;
-    const auto key = [] { return plex::rx11trm.trmhit() != 0 ? plex::rx11trm.trminp() : 0; };
-    const auto closed = [](int fd) {
-        char byte = 0;
-        return recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
-    };
-    plex::usignal(SIGUSR1, [](int) { told = told + 1; });
+    plex::usignal(SIGUSR1, [](int) { signalled = signalled + 1; });
     test::spew("plexhost.console", "left behind");
     EXPECT_GE(plex::rx11trm.trmopn(), 0); // and its process dies
     EXPECT_GE(plex::rx11trm.trmopn(), 0);
@@ -61,7 +62,7 @@ TEST(Link, NewcomerTakesOver) {
     EXPECT_EQ(plex::rx11trm.trmhit() + plex::rx11trm.trmhit(), 2);
     EXPECT_EQ(key(), 'a');
     EXPECT_FALSE(closed(first));
-    EXPECT_EQ(key() + told, 1);
+    EXPECT_EQ(key() + signalled, 1);
     EXPECT_TRUE(closed(first));
     const int third = viewer();
     test::fault("accept:1:24"); // the viewer has gone all the same; the newcomer waits
@@ -79,12 +80,10 @@ TEST(Link, NewcomerTakesOver) {
     plex::dsptyp = 0;
     plex::rx11trm.trmcls();
     EXPECT_TRUE(closed(third));
-    EXPECT_EQ(told, 4); // every drop tells the one that was announced last
+    EXPECT_EQ(signalled, 4); // every drop tells the one that was announced last
     EXPECT_FALSE(test::exists("plexhost.console"));
     plex::usignal(SIGUSR1, SIG_IGN);
-    for (const int fd : {first, second, third}) {
-        close(fd);
-    }
+    close(first), close(second), close(third);
 }
 
 TEST(Link, IsForItsOwnUserAndItsOwnProcesses) {
@@ -95,12 +94,8 @@ TEST(Link, IsForItsOwnUserAndItsOwnProcesses) {
     struct stat st = {};
     EXPECT_EQ(stat("plexhost.console", &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600U);
-    const pid_t other = fork();
-    if (other == 0) {
-        pause();
-        _exit(0);
-    }
-    const int fd = viewer(other);
+    test::Program other([] { pause(); });
+    const int fd = viewer(other.pid);
     EXPECT_NE(dup2(fd, 100), -1);
     close(fd);
     EXPECT_EQ(plex::rx11trm.trmhit(), 0);
@@ -108,55 +103,58 @@ TEST(Link, IsForItsOwnUserAndItsOwnProcesses) {
     close(100); // it leaves, and what it named is not told
     EXPECT_EQ(plex::rx11trm.trmhit(), 0);
     plex::rx11trm.trmcls();
-    int status = 0;
-    EXPECT_EQ(kill(other, SIGTERM), 0);
-    EXPECT_EQ(waitpid(other, &status, 0), other);
-    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_EQ(kill(other.pid, SIGTERM), 0);
+    EXPECT_EQ(other.wait().code(), 128 + SIGTERM);
 }
 
-TEST(LinkOpening, FailureEndsTheProgram) {
+TEST(Link, WithoutOneTheProgramEnds) {
     const test::Home home;
     ASSERT_EQ(mkdir("plexhost.console", 0700), 0); // no file: not to be removed
     const char *const rows[][2] = {{"", "xopen:bind() Address already in use\n"},
                                    {"socket:1:24", ""}};
     for (const auto &[fault, log] : rows) {
-        const auto outcome = test::inchild([fault = fault] {
-            setenv("BBSLOG", "stdout", 1);
-            plex::bgnlog("");
-            test::fault(fault);
-            plex::opntrm(plex::DSP_REMOTE, "plexhost");
-        });
-        EXPECT_EQ(outcome.out, log);
-        EXPECT_EQ(outcome.err, "Display open failed. Exiting.\n");
-        EXPECT_EQ(outcome.code(), 1);
+        EXPECT_EQ(test::told([fault = fault] {
+                      test::logout();
+                      test::fault(fault);
+                      plex::opntrm(plex::DSP_REMOTE, "plexhost");
+                  }),
+                  log + std::string("|Display open failed. Exiting.\n|1"));
     }
 }
 
-// Runs `body` with the log on standard output and a private screen image.
-test::Outcome logged(const std::function<void()> &body) {
-    return test::inchild([&] {
-        const rlimit nothing = {0, 0};
-        setrlimit(RLIMIT_CORE, &nothing);
-        setenv("BBSLOG", "stdout", 1);
-        plex::bgnlog("");
-        plex::opntrm(plex::DSP_NULL, "test");
-        body();
-    });
-}
+// With segments of its own.
+class Segment : public testing::Test {
+protected:
+    void SetUp() override {
+        NEED_OWN_SEGMENTS();
+        test::removesegment();
+    }
+    ~Segment() override { test::removesegment(); }
 
-TEST(Segment, IsSharedAndOutlivesItsWriter) {
-    NEED_OWN_SEGMENTS();
-    const auto writer = logged([] {
+    // Runs `body` with the log on standard output and a private screen image.
+    static std::string logged(const std::function<void()> &body) {
+        return test::told([&] {
+            plex::nocore = 1;
+            test::logout();
+            plex::opntrm(plex::DSP_NULL, "test");
+            body();
+        });
+    }
+
+    test::Home home;
+};
+
+TEST_F(Segment, IsSharedAndOutlivesItsWriter) {
+    const std::string writer = logged([] {
         auto *mem = static_cast<char *>(plex::opnsshm(4029));
         _exit(mem[0] == '\0' && mem[4028] == '\0' && strcpy(mem, "left") == mem ? 0 : 1);
     });
-    EXPECT_EQ(writer.code(), 0);
     const int id = shmget(test::segmentkey(), 4029, 0);
     ASSERT_GE(id, 0);
     shmid_ds info = {};
     shmctl(id, IPC_STAT, &info);
     EXPECT_EQ(info.shm_perm.mode & 0777, 0644);
-    const auto reader = logged([] {
+    const std::string reader = logged([] {
         auto *seen = static_cast<char *>(plex::opncshm(4029));
         auto *mem = static_cast<char *>(plex::opnsshm(4029)); // a second writer has the same
         strcat(mem, " over");
@@ -167,71 +165,53 @@ TEST(Segment, IsSharedAndOutlivesItsWriter) {
         plex::clssshm(mem);
         _exit(same ? 0 : 1);
     });
-    EXPECT_EQ(reader.code(), 0);
-    char want[256];
-    snprintf(want, sizeof want, "Server: Attached shared memory id %d, len 4029 at 0x", id);
-    EXPECT_EQ(writer.out.find(want), 0U) << writer.out;
-    snprintf(want, sizeof want, "Client: Attached shared memory id %d, len 4029 at 0x", id);
-    EXPECT_EQ(reader.out.find(want), 0U) << reader.out;
+    const std::string attached =
+        ": Attached shared memory id " + std::to_string(id) + ", len 4029 at 0x";
+    EXPECT_TRUE(writer.starts_with("Server" + attached) && writer.ends_with("||0")) << writer;
+    EXPECT_TRUE(reader.starts_with("Client" + attached) && reader.ends_with("||0")) << reader;
     for (const char *line : {"Client: Could not detach shared memory (22 Invalid argument).\n",
                              "Server: Could not detach shared memory (22 Invalid argument).\n",
                              "Server: Could not remove shared memory (22 Invalid argument).\n"}) {
-        EXPECT_NE(reader.out.find(line), std::string::npos) << line << reader.out;
+        EXPECT_NE(reader.find(line), std::string::npos) << line << reader;
     }
     EXPECT_LT(shmget(test::segmentkey(), 0, 0), 0);
 }
 
-// What a program of this method, opened after `before`, has in the segment once it has printed.
-std::string shared(const std::function<void()> &before) {
-    const test::Home home;
-    const auto outcome = test::inchild([&] {
-        before();
-        plex::opntrm(plex::DSP_REMOTE, "test");
-        plex::unxprntf("seen");
-        const auto *image = static_cast<unsigned char *>(plex::opncshm(plex::imagebytes));
-        printf("%c%c%c%c %d", image[0], image[2], image[4], image[6],
-               image[plex::cellbytes + plex::UPD_CURCOL]);
-        plex::clstrm();
-        exit(0);
-    });
-    test::removesegment();
-    return outcome.out + outcome.err;
+TEST_F(Segment, HasTheImageFromTheFirstOutputOn) {
+    for (const bool before : {false, true}) { // one from before the method is given up
+        EXPECT_EQ(test::told([&] {
+                      before ? plex::frzseg() : nullptr;
+                      plex::opntrm(plex::DSP_REMOTE, "test");
+                      plex::unxprntf("seen");
+                      auto *image = static_cast<unsigned char *>(plex::opncshm(plex::imagebytes));
+                      printf("%c%c%c%c %d", image[0], image[2], image[4], image[6],
+                             image[plex::cellbytes + plex::UPD_CURCOL]);
+                      plex::clstrm();
+                  }),
+                  "seen 4||0");
+    }
 }
 
-TEST(Methods, TheFirstOutputMakesTheImage) {
-    NEED_OWN_SEGMENTS();
-    test::removesegment();
-    EXPECT_EQ(shared([] {}), "seen 4");
-}
-
-TEST(Methods, AnImageFromBeforeTheMethodIsGivenUp) {
-    NEED_OWN_SEGMENTS();
-    test::removesegment();
-    EXPECT_EQ(shared([] { plex::frzseg(); }), "seen 4");
-}
-
-TEST(Segment, ThatCannotBeHadIsFatal) {
-    NEED_OWN_SEGMENTS();
-    const test::Home home;
+TEST_F(Segment, ThatCannotBeHadIsFatal) {
+    const std::string larger = "Server: Could not get shared memory. (22 Invalid argument)\n\n";
     const struct {
         size_t size; // of the segment that there is
         const char *fault;
         void *(*open)(int);
-        const char *told;
+        std::string told;
     } rows[] = {
         {0, "", plex::opncshm,
-         "Client: Could not get shared memory (2 No such file or directory).\n"},
-        {100, "", plex::opnsshm, "Server: Could not get shared memory. (22 Invalid argument)\n"},
+         "Client: Could not get shared memory (2 No such file or directory).\n\n"},
+        {100, "", plex::opnsshm, larger},
         {4029, "shmat:1:12", plex::opnsshm,
-         "Server: Could not attach shared memory (12 Cannot allocate memory).\n"},
+         "Server: Could not attach shared memory (12 Cannot allocate memory).\n\n"},
         {4029, "shmat:1:13", plex::opncshm,
-         "Client: Could not attach shared memory (13 Permission denied).\n"},
+         "Client: Could not attach shared memory (13 Permission denied).\n\n"},
         {4029, "foreign", plex::opnsshm,
-         "Server: Could not attach shared memory (13 Permission denied).\n"},
+         "Server: Could not attach shared memory (13 Permission denied).\n\n"},
     };
     for (const auto &r : rows) {
         const int id = r.size > 0 ? shmget(test::segmentkey(), r.size, IPC_CREAT | 0666) : 0;
-        EXPECT_GE(id, 0);
         shmid_ds info = {};
         if (strcmp(r.fault, "foreign") == 0 && shmctl(id, IPC_STAT, &info) == 0) {
             info.shm_perm.uid = 65534;
@@ -239,41 +219,30 @@ TEST(Segment, ThatCannotBeHadIsFatal) {
                 continue; // a name space without other users
             }
         }
-        const auto outcome = logged([&] {
-            plex::nocore = 1;
-            test::fault(r.fault);
-            r.open(4029);
-        });
+        EXPECT_EQ(logged([&] {
+                      test::fault(r.fault);
+                      r.open(4029);
+                  }),
+                  r.told + "||90");
         test::removesegment();
-        EXPECT_EQ(outcome.code(), 90) << r.told;
-        EXPECT_EQ(outcome.out, std::string(r.told) + "\n");
     }
-}
-
-TEST(Segment, WithoutItAFatalErrorIsOneWithinOne) {
-    NEED_OWN_SEGMENTS();
-    const test::Home home;
+    // On a screen that needs it, that is a fatal error within one.
     EXPECT_GE(shmget(test::segmentkey(), 100, IPC_CREAT | 0600), 0);
-    const auto outcome = test::inchild([] {
-        plex::opntrm(plex::DSP_REMOTE, "test");
-        plex::unxprntf("needs the image");
-    });
-    test::removesegment();
-    const std::string why = "Server: Could not get shared memory. (22 Invalid argument)\n\n";
-    EXPECT_EQ(outcome.code(), 80);
-    EXPECT_EQ(outcome.err, why);
-    EXPECT_NE(test::slurp("CATASTRO.TXT").find(why), std::string::npos);
+    EXPECT_EQ(test::told([] {
+                  plex::opntrm(plex::DSP_REMOTE, "test");
+                  plex::unxprntf("needs the image");
+              }),
+              "|" + larger + "|80");
+    EXPECT_NE(test::slurp("CATASTRO.TXT").find(larger), std::string::npos);
 }
 
-TEST(Methods, ShowTheSameCells) {
+TEST_F(Segment, ShowsTheCellsThatAPrivateImageHas) {
     using namespace std::string_literals;
-    NEED_OWN_SEGMENTS();
     std::string cells[2];
-    for (const int32_t method : {plex::DSP_NULL, plex::DSP_REMOTE}) {
-        const test::Home home;
-        cells[method == plex::DSP_REMOTE] =
+    for (const bool remote : {false, true}) {
+        cells[remote] =
             test::inchild([&] {
-                plex::opntrm(method, "test");
+                plex::opntrm(remote ? plex::DSP_REMOTE : plex::DSP_NULL, "test");
                 plex::frzseg();
                 plex::ansion(1);
                 EXPECT_TRUE(plex::playfile(SOURCE_DIR "/tools/harbour.ans"));
@@ -284,13 +253,11 @@ TEST(Methods, ShowTheSameCells) {
                 plex::clstrm();
             }).out;
     }
-    test::removesegment();
     ASSERT_EQ(cells[0].size(), plex::cellbytes);
     EXPECT_EQ(cells[0].substr(19 * 160, 6), "r\x84"
                                             "e\x84"
                                             "d\x84");
-    EXPECT_EQ(cells[0].substr(17 * 160, 16), "s\a"
-                                             "c\ar\ao\al\al\ae\ad\a");
+    EXPECT_EQ(cells[0].substr(17 * 160, 16), "s\7c\7r\7o\7l\7l\7e\7d\7");
     EXPECT_TRUE(cells[0] == cells[1]) << "the shared screen differs";
 }
 

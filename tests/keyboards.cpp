@@ -1,7 +1,7 @@
 // One keyboard, three ways: scan codes, X events, what a terminal sends to the viewer. They make
 // the same codes of a key, where they know it at all.
 
-#include "tests/support.h"
+#include "tests/support.h" // first: the X headers define None, Bool and more
 
 #include "libunix/common/cp437.h"
 #include "libunix/console/keys.h"
@@ -12,6 +12,7 @@
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
 #include <clocale>
+#include <cstring>
 #include <curses.h>
 #include <pty.h>
 #include <set>
@@ -33,14 +34,14 @@ struct Key {
     KeySym keysym[2]; // the server names it anew under Shift
     Kind kind;
     int code[4];          // by itself, with Shift, Ctrl, Alt
-    std::string terminal; // what it sends; with a modifier's number where "%d" stands
+    std::string terminal; // the byte it sends, or the first number and the end of a sequence
 };
 
 constexpr int modifierscans[] = {0, 0x2A, 0x1D, 0x38};
 // A modifier of X counts for nothing beside one that stands before it; Caps Lock never counts.
 constexpr unsigned states[] = {LockMask | Mod5Mask, ShiftMask | ControlMask | Mod1Mask,
                                ControlMask | Mod1Mask, Mod4Mask};
-constexpr int terminals[] = {1, 2, 5, 3};
+constexpr const char *terminals[] = {"", ";2", ";5", ";3"};
 
 void characters(std::vector<Key> &keys, int scan, const char *plain, const char *shifted) {
     for (; *plain != '\0'; plain++, shifted++, scan++) {
@@ -58,38 +59,34 @@ void characters(std::vector<Key> &keys, int scan, const char *plain, const char 
     }
 }
 
+// What Alt enters with a key of the keypad stands for its code.
 std::vector<Key> keyboard() {
     std::vector<Key> keys = {
         {0x0F, {XK_Tab, XK_ISO_Left_Tab}, other, {9, 0x0F00, 9, 9}, "\t"},
-        {0x52, {XK_Insert, XK_Insert}, other, {0x5200, 0x5200, 0x5200, 0}, "\033[2;%d~"},
-        {0x53, {XK_Delete, XK_Delete}, other, {0x5300, 0x5300, 0x5300, 0x5300}, "\033[3;%d~"}};
+        {0x52, {XK_Insert, XK_Insert}, other, {0x5200, 0x5200, 0x5200, 0}, "2~"},
+        {0x53, {XK_Delete, XK_Delete}, other, {0x5300, 0x5300, 0x5300, 0x5300}, "3~"},
+        {0x47, {XK_Home, XK_Home}, cursor, {0x4700, 0x4700, 0x7700, 7}, "1H"},
+        {0x48, {XK_Up, XK_Up}, cursor, {0x4800, 0x4800, 0x8D00, 8}, "1A"},
+        {0x49, {XK_Prior, XK_Prior}, cursor, {0x4900, 0x4900, 0x8400, 9}, "5~"},
+        {0x4B, {XK_Left, XK_Left}, cursor, {0x4B00, 0x4B00, 0x7300, 4}, "1D"},
+        {0x4D, {XK_Right, XK_Right}, cursor, {0x4D00, 0x4D00, 0x7400, 6}, "1C"},
+        {0x4F, {XK_End, XK_End}, cursor, {0x4F00, 0x4F00, 0x7500, 1}, "1F"},
+        {0x50, {XK_Down, XK_Down}, cursor, {0x5000, 0x5000, 0x9100, 2}, "1B"},
+        {0x51, {XK_Next, XK_Next}, cursor, {0x5100, 0x5100, 0x7600, 3}, "6~"}};
     characters(keys, 0x01, "\0331234567890-=\b", "\033!@#$%^&*()_+\b");
     characters(keys, 0x10, "qwertyuiop[]\r", "QWERTYUIOP{}\r");
     characters(keys, 0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
     characters(keys, 0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
     characters(keys, 0x39, " ", " ");
-    const auto special = [&](int scan, KeySym sym, Kind kind, int shift, int ctrl, int alt,
-                             const std::string &sent) {
-        keys.push_back(
-            {scan, {sym, sym}, kind, {scan << 8, shift << 8, ctrl << 8, alt}, "\033[" + sent});
-    };
-    const char *const fkeys[] = {"1;%dP",  "1;%dQ",  "1;%dR",  "1;%dS",  "15;%d~",
-                                 "17;%d~", "18;%d~", "19;%d~", "20;%d~", "21;%d~"};
+    const char *const sent[] = {"1P", "1Q", "1R", "1S", "15~", "17~", "18~", "19~", "20~", "21~"};
     for (int i = 0; i < 10; i++) {
-        special(0x3B + i, XK_F1 + static_cast<KeySym>(i), function, 0x54 + i, 0x5E + i,
-                (0x68 + i) << 8, fkeys[i]);
-    }
-    const struct {
-        int scan;
-        KeySym sym;
-        int ctrl, number; // what Alt enters with it on the keypad
-        const char *sent;
-    } cursors[] = {{0x47, XK_Home, 0x77, 7, "1;%dH"},  {0x48, XK_Up, 0x8D, 8, "1;%dA"},
-                   {0x49, XK_Prior, 0x84, 9, "5;%d~"}, {0x4B, XK_Left, 0x73, 4, "1;%dD"},
-                   {0x4D, XK_Right, 0x74, 6, "1;%dC"}, {0x4F, XK_End, 0x75, 1, "1;%dF"},
-                   {0x50, XK_Down, 0x91, 2, "1;%dB"},  {0x51, XK_Next, 0x76, 3, "6;%d~"}};
-    for (const auto &c : cursors) {
-        special(c.scan, c.sym, cursor, c.scan, c.ctrl, c.number, c.sent);
+        const KeySym sym = XK_F1 + static_cast<KeySym>(i);
+        const int code = (0x3B + i) << 8;
+        keys.push_back({0x3B + i,
+                        {sym, sym},
+                        function,
+                        {code, code + 0x1900, code + 0x2300, code + 0x2D00},
+                        sent[i]});
     }
     return keys;
 }
@@ -127,8 +124,8 @@ TEST(Keyboards, ScanCodes) {
 }
 
 TEST(Keyboards, Window) {
-    const auto pressed = [](KeySym keysym, unsigned state) {
-        XEvent event = {};
+    XEvent event = {};
+    const auto pressed = [&](KeySym keysym, unsigned state) {
         event.xkey.keycode = static_cast<unsigned>(keysym);
         event.xkey.state = state;
         return plex::ProcessKey(&event);
@@ -146,6 +143,12 @@ TEST(Keyboards, Window) {
     }
     for (const KeySym keysym : {XK_F11, XK_KP_Left, 0xE9, 0x7F, 0x1F}) {
         EXPECT_EQ(pressed(keysym, 0), 0) << keysym;
+    }
+    for (const bool alt : {false, true}) { // only Alt's release ends an entry, which is none here
+        event.xkey.keycode = alt ? XK_Alt_R : XK_a;
+        plex::lastscan = alt ? 1 : 0;
+        EXPECT_EQ(plex::ProcessRelease(&event), 0);
+        EXPECT_EQ(plex::lascan(), alt ? 0 : 1);
     }
 }
 
@@ -188,27 +191,18 @@ protected:
 };
 
 // What the terminal sends for the key with that modifier; empty when there is no such thing.
-std::string sent(const Key &key, int modifier) {
-    const size_t number = key.terminal.find("%d");
-    if (number != std::string::npos && modifier == 0) {
-        const std::string numbers = key.terminal.substr(2, number - 3);
-        return numbers == "1" ? std::string("\033O") + key.terminal.back()
-                              : "\033[" + numbers + "~";
+std::string sent(const Key &key, int m) {
+    const std::string &t = key.terminal;
+    if (t.size() > 1) {
+        const std::string number = t.substr(0, t.size() - 1);
+        return (m == 0 && number == "1" ? "\033O" : "\033[" + number + terminals[m]) + t.back();
     }
-    if (number != std::string::npos) {
-        return std::string(key.terminal).replace(number, 2, std::to_string(terminals[modifier]));
-    }
-    const bool altered = key.kind == letter || (key.kind == digit && modifier == 3);
-    if (modifier == 0) {
-        return key.terminal;
-    }
-    if (key.scan == 0x0F) {
-        return modifier == 1 ? "\033[Z" : "";
-    }
-    return modifier == 1   ? std::string(1, static_cast<char>(key.code[1]))
-           : !altered      ? ""
-           : modifier == 2 ? std::string(1, static_cast<char>(key.code[2]))
-                           : "\033" + key.terminal;
+    const bool altered = key.kind == letter || (key.kind == digit && m == 3);
+    return m == 0                          ? t
+           : key.scan == 0x0F              ? (m == 1 ? "\033[Z" : "")
+           : m == 1 || (altered && m == 2) ? std::string(1, static_cast<char>(key.code[m]))
+           : altered                       ? "\033" + t
+                                           : "";
 }
 
 TEST_F(Terminal, SendsThem) {
@@ -232,12 +226,10 @@ TEST_F(Terminal, SendsThem) {
 
 // Python has the table, but for the pictures of the control characters.
 TEST(CodePage, IsTheRealOne) {
-    const auto python = test::Program({"python3", "-c", R"(
-import sys
+    const auto python = test::Program({"python3", "-Xutf8", "-c", R"(import sys
 pictures = ' ☺☻♥♦♣♠•◘○◙♂♀♪♫☼►◄↕‼¶§▬↨↑↓→←∟↔▲▼'
 text = pictures + bytes(range(32, 127)).decode() + '⌂' + bytes(range(128, 255)).decode('cp437')
-sys.stdout.buffer.write((text + ' ').encode('utf-32-le')))"},
-                                      {"PYTHONUTF8=1"})
+sys.stdout.buffer.write((text + ' ').encode('utf-32-le')))"})
                             .wait();
     ASSERT_EQ(python.out.size(), 1024U) << python.err;
     for (int c = 0; c < 256; c++) {

@@ -35,6 +35,7 @@
 #include <fstream>
 #include <map>
 #include <sstream>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/stat.h>
@@ -85,26 +86,31 @@ namespace {
 
 test::Arena arena(true);
 unsigned char privbuf[plex::cellbytes];
-std::vector<std::string> frames; // the cells at each wait
-int waited;                      // microseconds asked for
 int status;
-int nframes;
 
-std::string cells() {
-    return {reinterpret_cast<char *>(arena.image()), plex::cellbytes};
+// The cells at each wait, by a child too.
+struct Shots {
+    int waited; // microseconds asked for
+    int frames;
+    char cells[64][plex::cellbytes];
+} &shots = *static_cast<Shots *>(
+    mmap(nullptr, sizeof(Shots), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+
+void keep() {
+    memcpy(shots.cells[shots.frames], arena.image(), plex::cellbytes);
 }
 
-void show(const std::string &screen) {
-    screen.copy(reinterpret_cast<char *>(arena.image()), plex::cellbytes);
+void show(int frame) {
+    memcpy(arena.image(), shots.cells[frame], plex::cellbytes);
 }
 
 } // namespace
 
 // Every wait of the library ends here: none takes time.
 extern "C" int select(int, fd_set *, fd_set *, fd_set *, timeval *timeout) {
-    waited += static_cast<int>(timeout->tv_sec * 1000000 + timeout->tv_usec);
-    frames.push_back(cells());
-    nframes = static_cast<int>(frames.size());
+    shots.waited += static_cast<int>(timeout->tv_sec * 1000000 + timeout->tv_usec);
+    keep();
+    shots.frames++;
     return 0;
 }
 
@@ -129,7 +135,7 @@ template <typename Routine> void explode(Routine routine, const Numbers &n) {
         source[2 * i] = static_cast<unsigned char>('A' + i % 80 % 32);
         source[2 * i + 1] = static_cast<unsigned char>(0x10 + i / 80);
     }
-    frames.clear();
+    shots.frames = 0;
     routine(source, n.at(0), n.at(1), n.at(2), n.at(3), n.at(4), n.at(5));
 }
 
@@ -175,7 +181,7 @@ const std::map<std::string, const uint8_t *> values = {
 };
 
 const std::map<std::string, const int *> results = {
-    {"frames", &nframes}, {"status", &status}, {"waited", &waited}};
+    {"frames", &shots.frames}, {"status", &status}, {"waited", &shots.waited}};
 
 constexpr const char *nomemory = "malloc:1:12 malloc:2:12 malloc:3:12 malloc:4:12";
 
@@ -195,37 +201,21 @@ const std::map<std::string, void (*)()> ways = {
 std::string told; // what a fatal error wrote
 
 void fatal(const std::string &way, const std::string &text) {
+    shots = {};
     const auto outcome = test::inchild([&] {
         const rlimit none = {0, 0};
         setrlimit(RLIMIT_CORE, &none);
         setenv("BBSLOG", "log", 1);
         plex::bgnlog("");
         plex::nocore = 1;
-        frames.clear();
-        waited = 0;
-        atexit([] {
-            std::string all;
-            for (const std::string &frame : frames) {
-                all += frame;
-            }
-            test::spew("frames", all + cells() + std::to_string(waited));
-        });
+        atexit(keep);
         ways.at(way)();
         plex::catastro("%s", text.c_str());
     });
     status = outcome.code();
     told = outcome.out + test::slurp("CATASTRO.TXT") + test::slurp("log");
     std::filesystem::remove("CATASTRO.TXT");
-    const std::string all = test::slurp("frames");
-    std::filesystem::remove("frames");
-    frames.clear();
-    size_t at = 0;
-    for (; at + plex::cellbytes <= all.size(); at += plex::cellbytes) {
-        frames.push_back(all.substr(at, plex::cellbytes));
-    }
-    nframes = static_cast<int>(frames.size()) - 1; // less the last screen
-    show(frames.empty() ? "" : frames.back());
-    waited = atoi(all.c_str() + at);
+    show(shots.frames);
 }
 
 std::string decode(const std::string &line) {
@@ -259,10 +249,6 @@ void reset(const std::string &how) {
     }
 }
 
-unsigned char *cellat(int column, int row) {
-    return arena.image() + 2 * (row * 80 + column);
-}
-
 // `seen`, but a "#" where any character is as good.
 std::string like(std::string seen, const std::string &expected) {
     for (size_t i = 0; i < std::min(seen.size(), expected.size()); i++) {
@@ -271,82 +257,94 @@ std::string like(std::string seen, const std::string &expected) {
     return seen;
 }
 
-void look(int column, int row, const std::string &expected) {
+// The characters (or attributes) from there on.
+std::string there(int column, int row, size_t n, int attributes = 0) {
     std::string seen;
-    for (size_t i = 0; i < expected.size(); i++) {
-        seen += static_cast<char>(*cellat(column + static_cast<int>(i), row));
+    for (const unsigned char *p = arena.image() + 2 * (row * 80 + column); seen.size() < n;
+         p += 2) {
+        seen += static_cast<char>(p[attributes]);
     }
-    EXPECT_EQ(like(seen, expected), expected) << "row " << row;
+    return seen;
 }
 
-void attributes(const std::string &rest) {
-    std::istringstream words(rest);
-    int column = 0;
-    int row = 0;
-    words >> column >> row;
-    Numbers seen;
-    Numbers expected;
-    for (std::string word; words >> word;) {
+struct Line {
+    std::string verb, rest, text; // `text` in double quotes
+    Numbers numbers;
+};
+
+void look(Line &line) {
+    std::istringstream rows(line.rest.substr(line.rest.find('|') + 1));
+    for (std::string expected; std::getline(rows, expected, '|'); line.numbers[1]++) {
+        expected = decode(expected);
+        EXPECT_EQ(like(there(line.numbers[0], line.numbers[1], expected.size()), expected),
+                  expected)
+            << "row " << line.numbers[1];
+    }
+}
+
+void attributes(Line &line) {
+    std::istringstream words(line.rest);
+    std::string word;
+    std::string expected;
+    for (words >> word >> word; words >> word;) {
         const size_t star = word.find('*');
-        for (int n = star == std::string::npos ? 1 : std::stoi(word.substr(star + 1)); n > 0; n--) {
-            expected.push_back(std::stoi(word, nullptr, 16));
-            seen.push_back(cellat(column++, row)[1]);
+        expected.append(star == std::string::npos ? 1 : std::stoul(word.substr(star + 1)),
+                        static_cast<char>(std::stoi(word, nullptr, 16)));
+    }
+    EXPECT_EQ(testing::PrintToString(there(line.numbers[0], line.numbers[1], expected.size(), 1)),
+              testing::PrintToString(expected));
+}
+
+void flags(Line &line) {
+    Numbers marked;
+    for (int i = 0; i < 25; i++) {
+        if (std::exchange(plex::updflg[i], 0) != 0) {
+            marked.push_back(i);
         }
     }
-    EXPECT_EQ(seen, expected);
+    EXPECT_EQ(marked, line.numbers);
 }
+
+const std::map<std::string, void (*)(Line &)> verbs = {
+    {"reset", [](auto &l) { reset(l.rest); }},
+    {"print", [](auto &l) { plex::unxprntf("%s", l.text.c_str()); }},
+    {"fatal", [](auto &l) { fatal(l.rest.substr(0, l.rest.find(' ')), l.text); }},
+    {"told", [](auto &l) { EXPECT_EQ(like(told, l.text), l.text); }},
+    {"frame", [](auto &l) { show(l.numbers.at(0) - 1); }},
+    {"at",
+     [](auto &l) {
+         EXPECT_EQ(Numbers({plex::curcurx(), plex::curcury()}), l.numbers);
+     }},
+    {"screen", look},
+    {"attrs", attributes},
+    {"flags", flags},
+    {"rest",
+     [](auto &l) {
+         const auto &n = l.numbers;
+         EXPECT_EQ(test::changed(arena, n.at(0), n.at(1), n.at(2), n.at(3)), "");
+     }},
+    {"is",
+     [](auto &l) {
+         const std::string name = l.rest.substr(0, l.rest.find(' '));
+         const auto value = values.find(name);
+         EXPECT_EQ(value != values.end() ? *value->second : *results.at(name), l.numbers.at(1));
+     }},
+    {"calls", [](auto &l) { EXPECT_EQ(std::exchange(calls, ""), l.rest); }},
+};
 
 void command(const std::string &line) {
-    const std::string verb = line.substr(0, line.find(' '));
-    const std::string rest = line.substr(std::min(line.size(), verb.size() + 1));
-    Numbers numbers;
-    std::istringstream words(rest);
+    Line l = {line.substr(0, line.find(' ')), "", "", {}};
+    l.rest = line.substr(std::min(line.size(), l.verb.size() + 1));
+    std::istringstream words(l.rest);
     for (std::string word; words >> word;) {
-        numbers.push_back(atoi(word.c_str()));
+        l.numbers.push_back(atoi(word.c_str()));
     }
-    const size_t quote = rest.find('"');
-    const std::string text =
-        quote == std::string::npos ? "" : decode(rest.substr(quote + 1, rest.size() - quote - 2));
-    if (verb == "reset") {
-        reset(rest);
-    } else if (verb == "print") {
-        plex::unxprntf("%s", text.c_str());
-    } else if (verb == "fatal") {
-        fatal(rest.substr(0, rest.find(' ')), text);
-    } else if (verb == "told") {
-        EXPECT_EQ(like(told, text), text);
-    } else if (verb == "frame") {
-        show(frames.at(static_cast<size_t>(numbers.at(0)) - 1));
-    } else if (verb == "at") {
-        EXPECT_EQ(Numbers({plex::curcurx(), plex::curcury()}), numbers);
-    } else if (verb == "screen") {
-        std::istringstream rows(rest.substr(rest.find('|') + 1));
-        int row = numbers.at(1);
-        for (std::string expected; std::getline(rows, expected, '|');) {
-            look(numbers[0], row++, decode(expected));
-        }
-    } else if (verb == "attrs") {
-        attributes(rest);
-    } else if (verb == "flags") {
-        Numbers marked;
-        for (int i = 0; i < 25; i++) {
-            if (std::exchange(plex::updflg[i], 0) != 0) {
-                marked.push_back(i);
-            }
-        }
-        EXPECT_EQ(marked, numbers);
-    } else if (verb == "rest") {
-        EXPECT_EQ(test::changed(arena, numbers.at(0), numbers.at(1), numbers.at(2), numbers.at(3)),
-                  "");
-    } else if (verb == "is") {
-        const std::string name = rest.substr(0, rest.find(' '));
-        const auto value = values.find(name);
-        EXPECT_EQ(value != values.end() ? *value->second : *results.at(name), numbers.at(1));
-    } else if (verb == "calls") {
-        EXPECT_EQ(std::exchange(calls, ""), rest);
-    } else {
-        routines.at(verb)(numbers);
-    }
+    const size_t quote = l.rest.find('"');
+    l.text = quote == std::string::npos
+                 ? ""
+                 : decode(l.rest.substr(quote + 1, l.rest.size() - quote - 2));
+    const auto verb = verbs.find(l.verb);
+    verb != verbs.end() ? verb->second(l) : routines.at(l.verb)(l.numbers);
 }
 
 std::vector<std::string> scripts() {
@@ -398,10 +396,9 @@ TEST(ScreenPrint, CountsAndFormats) {
     EXPECT_EQ(plex::curcurx(), 3);
     plex::proff(10, 5);
     EXPECT_EQ(plex::prat(2, 3, "%s", "100%% %d %"), 9); // formatted twice, the second time bare
-    look(12, 8, "100% %d %.");
+    EXPECT_EQ(there(12, 8, 10), "100% %d %.");
     EXPECT_EQ(plex::printfat(70, 24, "%s", "100%% wraps here"), 16);
-    look(70, 23, "100%% wrap");
-    look(0, 24, "s here  ");
+    EXPECT_EQ(there(70, 23, 10) + there(0, 24, 8), "100%% wraps here  ");
     plex::rstloc();
     EXPECT_EQ(plex::curcurx() + 100 * plex::curcury(), 821);
     EXPECT_EQ(plex::pat(0, 0, "%s", "top"), 3);

@@ -1,5 +1,7 @@
 #include "tests/support.h"
 
+#include "libunix/runtime/bgnlog.h"
+
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -92,36 +94,38 @@ std::string drain(int fd) {
     return take(fd, SIZE_MAX);
 }
 
+int nextfd() {
+    const int fd = dup(0);
+    close(fd);
+    return fd;
+}
+
 int Outcome::code() const {
-    if (status == -1) {
-        return -1;
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return status == -1 ? -1 : WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
 Program::Program(const std::function<void()> &body) {
-    int outpipe[2];
-    int errpipe[2];
-    if (pipe2(outpipe, O_CLOEXEC) != 0 || pipe2(errpipe, O_CLOEXEC) != 0) {
+    int pipes[4];
+    if (pipe2(pipes, O_CLOEXEC) != 0 || pipe2(pipes + 2, O_CLOEXEC) != 0) {
         abort();
     }
     fflush(nullptr);
     pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
-        dup2(outpipe[1], 1);
-        dup2(errpipe[1], 2);
-        for (const int fd : {outpipe[0], outpipe[1], errpipe[0], errpipe[1]}) {
+        dup2(pipes[1], 1);
+        dup2(pipes[3], 2);
+        for (const int fd : pipes) {
             close(fd);
         }
         body();
         fflush(nullptr);
         _exit(0);
     }
-    close(outpipe[1]);
-    close(errpipe[1]);
-    out = outpipe[0];
-    err = errpipe[0];
+    close(pipes[1]);
+    close(pipes[3]);
+    out = pipes[0];
+    err = pipes[2];
 }
 
 Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env,
@@ -130,12 +134,7 @@ Program::Program(const std::vector<std::string> &argv, const std::vector<std::st
           dup2(stdinfd >= 0 ? stdinfd : open("/dev/null", O_RDONLY), 0);
           close_range(3, ~0U, 0);
           for (const std::string &entry : env) {
-              const size_t equals = entry.find('=');
-              if (equals == std::string::npos) {
-                  unsetenv(entry.c_str());
-              } else {
-                  setenv(entry.substr(0, equals).c_str(), entry.c_str() + equals + 1, 1);
-              }
+              putenv(const_cast<char *>(entry.c_str())); // a name alone removes it
           }
           std::vector<char *> args;
           for (const std::string &arg : argv) {
@@ -177,6 +176,20 @@ bool Program::running() {
     return !ended &&
            waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
            info.si_pid == 0;
+}
+
+Outcome inchild(const std::function<void()> &body) {
+    return Program(body).wait();
+}
+
+std::string told(const std::function<void()> &body) {
+    const Outcome o = inchild(body);
+    return o.out + "|" + o.err + "|" + std::to_string(o.code());
+}
+
+void logout(const char *where) {
+    setenv("BBSLOG", where, 1);
+    plex::bgnlog("");
 }
 
 } // namespace test

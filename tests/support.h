@@ -44,6 +44,9 @@ std::string take(int fd, size_t len);
 std::string expect(int fd, const std::string &text);
 std::string drain(int fd);
 
+// The descriptor that would be opened next: the same as before when nothing was left open.
+int nextfd();
+
 // How a child ended, and what it wrote.
 struct Outcome {
     int status = -1; // as waitpid has it
@@ -81,8 +84,10 @@ private:
     bool ended = false;
 };
 
-inline Outcome inchild(const std::function<void()> &body) {
-    return Program(body).wait();
-}
+Outcome inchild(const std::function<void()> &body);
+std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
+
+// Starts the log, to standard output or error.
+void logout(const char *where = "stdout");
 
 } // namespace test

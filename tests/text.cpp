@@ -1,15 +1,18 @@
-// Strings, comparisons, wildcards.
+// Strings, dates, byte order, memory, command strings: a row for what goes in and what comes out.
 
 #include "libsrc/base/text.h"
 #include "libsrc/base/compare.h"
+#include "libsrc/base/dates.h"
 #include "libsrc/common/color.h"
 #include "libsrc/common/memory.h"
+#include "libunix/common/bytord.h"
 #include "libunix/common/tiles.h"
 #include "libunix/common/tmpfil.h"
 #include "libunix/common/wildcard.h"
+#include "libunix/plumbing/prsstr.h"
 #include "tests/support.h"
 
-#include <cstdlib>
+#include <csignal>
 #include <cstring>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -26,43 +29,61 @@ extern "C" pid_t getpid() noexcept {
 
 namespace {
 
+using namespace plex;
 using namespace std::string_literals;
+using test::inchild;
+
+// What calls returned, and what they must.
+void same(std::initializer_list<std::pair<int, int>> rows) {
+    for (const auto &r : rows) {
+        EXPECT_EQ(r.first, r.second) << "row " << &r - rows.begin();
+    }
+}
 
 int sign(int n) {
     return (n > 0) - (n < 0);
 }
 
+constexpr uint16_t date(int year, int month, int day) {
+    return static_cast<uint16_t>((year - 1980) * 512 + month * 32 + day);
+}
+
+constexpr uint16_t clock(int hour, int minute, int second) {
+    return static_cast<uint16_t>(hour * 2048 + minute * 32 + second / 2);
+}
+
 TEST(Text, Comparisons) {
     struct {
         const char *a, *b;
-        int sameas, sameto, stricmp, gstricmp, strcasecmp;
-    } const rows[] = {
-        {"", "", 1, 1, 0, 0, 0},           {"ABC", "abc", 1, 1, 0, 0, 0},
-        {"", "abc", 0, 1, -1, -1, 1},      {"abc", "ab", 0, 0, 1, 1, 1},
-        {"ab", "abc", 0, 1, -1, -1, 1},    {"abc", "abd", 0, 0, -1, -1, 1},
-        {"a_", "aB", 0, 0, 1, 1, 1},       {"aB", "a_", 0, 0, -1, 1, 1}, // deliberately
-        {"x\xE9", "x\xE8", 0, 0, 1, 1, 1}, {"x\xE9", "xz", 0, 0, 1, 1, 1}};
+        int sameas, sameto, stricmp, gstricmp;
+    } const rows[] = {{"", "", 1, 1, 0, 0},         {"ABC", "abc", 1, 1, 0, 0},
+                      {"", "abc", 0, 1, -1, -1},    {"abc", "ab", 0, 0, 1, 1},
+                      {"abc", "abd", 0, 0, -1, -1}, {"x\xE9", "xz", 0, 0, 1, 1},
+                      {"a_", "aB", 0, 0, 1, 1},     {"aB", "a_", 0, 0, -1, 1}}; // deliberately
     for (const auto &r : rows) {
         SCOPED_TRACE(std::string(r.a) + " : " + r.b);
-        EXPECT_EQ(plex::sameas(r.a, r.b), r.sameas);
-        EXPECT_EQ(plex::sameto(r.a, r.b), r.sameto);
+        EXPECT_EQ(sameas(r.a, r.b), r.sameas);
+        EXPECT_EQ(sameto(r.a, r.b), r.sameto);
         EXPECT_EQ(sign(plex::stricmp(r.a, r.b)), r.stricmp);
         EXPECT_EQ(sign(plex::strcmpi(r.a, r.b)), r.stricmp);
-        EXPECT_EQ(sign(plex::gstricmp(r.a, r.b)), r.gstricmp);
-        EXPECT_EQ(plex::strcasecmp(r.a, r.b), r.strcasecmp);
+        EXPECT_EQ(sign(gstricmp(r.a, r.b)), r.gstricmp);
+        EXPECT_EQ(plex::strcasecmp(r.a, r.b), r.sameas == 0 ? 1 : 0);
     }
-    EXPECT_EQ(plex::stricmp("a", "C"), 'A' - 'C');
-    EXPECT_EQ(plex::memicmp("ab\0c", "AB\0D", 4), 'C' - 'D');
-    EXPECT_EQ(plex::strncasecmp("ab", "ax", 0) + plex::memicmp("abx", "aby", 2), 0);
-    EXPECT_EQ(plex::strncasecmp("abC", "aBd", 3), 'c' - 'd');
-    EXPECT_EQ(plex::strncasecmp("ab", "ab", 99), 0);
-    EXPECT_EQ(plex::strncasecmp("[", "{", 1), '[' - '{'); // only letters fold
-    char s[] = "aZ[@`{\xC4\xE4";
-    EXPECT_STREQ(plex::strlwr(s), "az[@`{\xC4\xE4");
-    EXPECT_STREQ(plex::strupr(s), "AZ[@`{\xC4\xE4");
+    same({{plex::stricmp("a", "C"), 'A' - 'C'},
+          {memicmp("ab\0c", "AB\0D", 4), 'C' - 'D'},
+          {memicmp("abx", "aby", 2), 0},
+          {plex::strncasecmp("ab", "ax", 0), 0},
+          {plex::strncasecmp("abC", "aBd", 3), 'c' - 'd'},
+          {plex::strncasecmp("ab", "ab", 99), 0},
+          {plex::strncasecmp("[", "{", 1), '[' - '{'}});
 }
 
-TEST(Text, BoundedCopies) {
+TEST(Text, Changes) {
+    char s[] = "aZ[@`{\xC4\xE4 \t\r\n";
+    EXPECT_EQ(depad(s), 4);
+    EXPECT_EQ(depad(s), 0);
+    EXPECT_STREQ(strlwr(s), "az[@`{\xC4\xE4");
+    EXPECT_STREQ(strupr(s), "AZ[@`{\xC4\xE4");
     struct {
         const char *text;
         int size;
@@ -71,75 +92,54 @@ TEST(Text, BoundedCopies) {
     char dst[8];
     for (const auto &r : rows) {
         memset(dst, '#', sizeof dst);
-        EXPECT_EQ(plex::stzcpy(dst, r.text, r.size), dst);
+        EXPECT_EQ(stzcpy(dst, r.text, r.size), dst);
         EXPECT_EQ(std::string(dst, sizeof dst), r.bytes);
     }
-    plex::stzcpy(dst, "ab", 8);
-    EXPECT_STREQ(plex::stzcat(dst, "cdefghij", 8), "abcdefg");
-    EXPECT_STREQ(plex::stzcat(dst, "x", 8), "abcdefg");
-    plex::scn2mem(dst, dst + 1, 4);
+    stzcpy(dst, "ab", 8);
+    EXPECT_STREQ(stzcat(dst, "cdefghij", 8), "abcdefg");
+    EXPECT_STREQ(stzcat(dst, "x", 8), "abcdefg");
+    scn2mem(dst, dst + 1, 4);
     EXPECT_STREQ(dst, "aabcdfg");
 }
 
-TEST(Text, Parts) {
-    char s[] = "text \t\r\n";
-    EXPECT_EQ(plex::depad(s), 4);
-    EXPECT_EQ(plex::depad(s), 0);
-    EXPECT_STREQ(s, "text");
-    EXPECT_EQ(plex::strpln(" \x1A \v\f"), 0);
-    EXPECT_EQ(plex::strpln(" a\x1A"), 2);
-    EXPECT_STREQ(plex::skpwht(static_cast<const char *>("  \t x")), "\t x");
-    const char *const rows[][2] = {
-        {"c:\\dir/sub\\file.txt", "file.txt"}, {"a:file", "file"}, {"dir/a:b", "a:b"}, {"a/", ""}};
-    for (const auto &r : rows) {
-        EXPECT_STREQ(plex::fnwext(r[0]), r[1]) << r[0];
+TEST(Text, Finds) {
+    EXPECT_STREQ(skpwht(static_cast<const char *>("  \t x")), "\t x");
+    for (const auto &[path, name] : {std::pair{"c:\\dir/sub\\file.txt", "file.txt"},
+                                     {"a:file", "file"},
+                                     {"dir/a:b", "a:b"},
+                                     {"a/", ""}}) {
+        EXPECT_STREQ(fnwext(path), name);
     }
-}
-
-TEST(Text, FindWithSeparators) {
-    struct {
-        const char *pattern, *body;
-        int offset;
-    } const rows[] = {{"new-york", "NEW  YORK", 9},
-                      {"new-york", "in new...york!", 13},
-                      {"new-york", "newyork", 0},
-                      {"", "abc", 0},
-                      {"abc", "ab", 0},
-                      {"a-", "a", 0},
-                      {"a-", "xa..", 4},
-                      {"-", "ab", 0},
-                      {"aab", "aaab", 4},
-                      {"/", "English/ANSI", 8}};
-    for (const auto &r : rows) {
-        EXPECT_EQ(plex::findstg(r.pattern, r.body), r.offset) << r.pattern << " in " << r.body;
-    }
-}
-
-TEST(Text, Wildcards) {
-    struct {
-        const char *pattern, *string;
-        bool match;
-    } const rows[] = {{"*.msg", "abc.msg", true},
-                      {"a?c", "abc", true},
-                      {"abc", "ABC", false},
-                      {"*", "", true},
-                      {"a*", "a", true},
-                      {"a**", "a", false}, // no try
-                      {"a**", "ab", true},
-                      {"*a*b", "xaxb", true},
-                      {"*ab", "aab", true},
-                      {"*a", "ab", false},
-                      {"", "", true},
-                      {"", "a", false},
-                      {"?", "", false},
-                      {nullptr, "a", false},
-                      {"a", nullptr, false}};
-    for (const auto &r : rows) {
-        EXPECT_EQ(plex::matches(r.pattern, r.string) == 0, r.match) << &r - rows;
-    }
-    // Bounded work: trying every split of this one would not end in our lifetime.
-    const std::string as(4000, 'a');
-    EXPECT_NE(plex::matches("*a*a*a*a*a*a*a*a*a*a*b", as.c_str()), 0);
+    same({{strpln(" \x1A \v\f"), 0},
+          {strpln(" a\x1A"), 2},
+          {findstg("new-york", "NEW  YORK"), 9},
+          {findstg("new-york", "in new...york!"), 13},
+          {findstg("new-york", "newyork"), 0},
+          {findstg("", "abc"), 0},
+          {findstg("abc", "ab"), 0},
+          {findstg("a-", "a"), 0},
+          {findstg("a-", "xa.."), 4},
+          {findstg("-", "ab"), 0},
+          {findstg("aab", "aaab"), 4},
+          {findstg("/", "English/ANSI"), 8}});
+    const std::string as(4000, 'a'); // trying every split would not end in our lifetime
+    same({{matches("*.msg", "abc.msg"), 0},
+          {matches("a?c", "abc"), 0},
+          {matches("*", ""), 0},
+          {matches("a*", "a"), 0},
+          {matches("a**", "ab"), 0},
+          {matches("*a*b", "xaxb"), 0},
+          {matches("*ab", "aab"), 0},
+          {matches("", ""), 0},
+          {matches("abc", "ABC"), 1},
+          {matches("a**", "a"), 1},
+          {matches("*a", "ab"), 1},
+          {matches("", "a"), 1},
+          {matches("?", ""), 1},
+          {matches("a", ""), 1},
+          {matches(nullptr, ""), 1},
+          {matches("", nullptr), 1},
+          {matches("*a*a*a*a*a*a*a*a*a*a*b", as.c_str()), 1}});
 }
 
 TEST(Text, StoredStrings) {
@@ -152,57 +152,191 @@ TEST(Text, StoredStrings) {
     } const rows[] = {{5, 1, "abc"}, {4, 0, "def"}, {5, 1, "h"}, {5, 0, "ij"}}; // "g" is lost
     for (const auto &r : rows) {
         char buf[5];
-        EXPECT_EQ(plex::fgetstg(buf, r.size, f), r.whole) << r.text;
+        EXPECT_EQ(fgetstg(buf, r.size, f), r.whole) << r.text;
         EXPECT_STREQ(buf, r.text);
     }
     fclose(f);
 }
 
-TEST(Text, MonochromeAttributes) {
-    plex::color = 0;
-    const int rows[][2] = {{0x1F, 0x0F}, {0x70, 0x70}, {0xF1, 0x70}, {0x9E, 0x8F}, {0x07, 0x07}};
-    for (const auto &r : rows) {
-        EXPECT_EQ(plex::scncolor(r[0]), r[1]) << r[0];
-    }
-    plex::color = 1;
-    EXPECT_EQ(plex::scncolor(0x9E), 0x9E);
-}
-
-TEST(Memory, BlocksAndTiles) {
-    char *p = plex::alcdup("hello");
-    p = static_cast<char *>(plex::alcrsz(p, 6, 3));
-    auto *q = static_cast<char *>(plex::alcrsz(p, 0, 8)); // neither copied nor freed
-    EXPECT_EQ(std::string(p, 3), "hel");
-    auto *z = static_cast<char *>(plex::alczer(3));
-    EXPECT_EQ(std::string(z, 3), "\0\0\0"s);
-    for (void *block : {static_cast<void *>(p), static_cast<void *>(q), static_cast<void *>(z),
-                        plex::alcmem(0)}) {
+TEST(Memory, BlocksTilesAndAttributes) {
+    char *p = alcdup("hello");
+    p = static_cast<char *>(alcrsz(p, 6, 3));
+    void *q = alcrsz(p, 0, 8); // neither copied nor freed
+    auto *z = static_cast<char *>(alczer(3));
+    EXPECT_EQ(std::string(p, 3) + std::string(z, 3), "hel\0\0\0"s);
+    for (void *block : {static_cast<void *>(p), q, static_cast<void *>(z), alcmem(0)}) {
         free(block);
     }
-    const unsigned rows[][2] = {{8, 12}, {9, 12}, {11, 12}, {0, 4}};
-    for (const auto &r : rows) {
-        auto *tiles = static_cast<char *>(plex::alctile(10, r[0]));
-        EXPECT_EQ(static_cast<char *>(plex::ptrtile(tiles, 2)) - tiles, 2 * r[1]) << r[0];
-        memset(tiles, 1, size_t{10} * r[1]);
+    const unsigned sizes[][2] = {{8, 12}, {9, 12}, {11, 12}, {0, 4}};
+    for (const auto &[size, stride] : sizes) {
+        auto *tiles = static_cast<char *>(alctile(10, size));
+        EXPECT_EQ(static_cast<char *>(ptrtile(tiles, 2)) - tiles, 2 * stride) << size;
+        memset(tiles, 1, size_t{10} * stride);
         free(tiles - 4);
     }
+    color = 0;
+    same({{scncolor(0x1F), 0x0F},
+          {scncolor(0x70), 0x70},
+          {scncolor(0xF1), 0x70},
+          {scncolor(0x9E), 0x8F},
+          {scncolor(0x07), 0x07}});
+    color = 1;
+    EXPECT_EQ(scncolor(0x9E), 0x9E);
 }
 
 TEST(Memory, TemporaryNamesAreNew) {
     const test::Home home;
     for (const auto &[pid, hex] : {std::pair{7, "0007"}, {0x1234, "1234"}, {0x8ABC, "FFFF8ABC"}}) {
-        const auto outcome = test::inchild([&, number = pid, digits = hex] {
+        const auto outcome = inchild([&, number = pid, digits = hex] {
             process = number;
             char name[64];
-            printf("%s ", plex::tmpfil(".", "tmp", name));
+            printf("%s ", tmpfil(".", "tmp", name));
             for (int i = 2; i < 258; i++) { // the next 256 are taken
                 snprintf(name, sizeof name, "%04X%s.tmp", i, digits);
                 test::spew(name, "");
             }
-            printf("%d ", plex::tmpfil(".", "tmp", name) == nullptr);
-            printf("%s", plex::tmpfil(".", "tmp", name));
+            printf("%d ", tmpfil(".", "tmp", name) == nullptr);
+            printf("%s", tmpfil(".", "tmp", name));
         });
         EXPECT_EQ(outcome.out, "./0001" + std::string(hex) + ".tmp 1 ./0102" + hex + ".tmp");
+    }
+}
+
+TEST(Dates, TextsBothWays) {
+    const int year = (today() >> 9) + 1980;
+    const char *time = nctime(clock(14, 5, 58)); // stays while another text is made
+    const std::string texts[][2] = {
+        {ncdate(date(1995, 3, 7)), "03/07/95"},
+        {ncdate(0), ""},
+        {ncdate(0xFFFF), "15/31/07"},
+        {ncedat(date(1995, 3, 7)), "07-MAR-95"},
+        {ncedat(date(2005, 0, 1)), "01-000-05"},
+        {ncudnt(date(year, 3, 7), clock(14, 5, 0)), "Mar  7 14:05"},
+        {ncudnt(date(year - 1, 12, 31), 0), "Dec 31  " + std::to_string(year - 1)},
+        {ncudnt(0xFFFF, 0xFFFF), "Xxx 31  2107"},
+        {time, "14:05:58"},
+        {nctime(0xFFFF), "31:63:62"}};
+    for (const auto &[got, want] : texts) {
+        EXPECT_EQ(got, want);
+    }
+    const auto word = [](int w) { return int{static_cast<int16_t>(w)}; };
+    same({{dcdate("12/31/99"), date(1999, 12, 31)},
+          {dcdate("1/1/05"), date(2005, 1, 1)},
+          {dcdate("1/1/79"), word(date(2079, 1, 1))},
+          {dcdate("1/1/80"), date(1980, 1, 1)},
+          {dcdate("3/7/"), date(year, 3, 7)},
+          {dcdate("3"), -1},
+          {dcdate("99/99/50"), word(70 * 512 + 99 * 32 + 99)},
+          {dctime("32:1:"), 32},
+          {dctime("23:59"), word(clock(23, 59, 0))},
+          {dctime("10:30:59"), clock(10, 30, 58)},
+          {dctime("3"), -1}});
+    dcdate("2147483647/2147483647/2147483647"); // some word, quietly
+    dctime("-2147483648:99999999999999999999:7");
+}
+
+TEST(Dates, NowIsLocal) {
+    setenv("TZ", "XXX-14", 1); // 26 hours ahead of the other: never the same day
+    const uint16_t east = today();
+    const int eastday = daytoday();
+    setenv("TZ", "XXX+12", 1);
+    EXPECT_NE(east, today());
+    EXPECT_NE(eastday, daytoday());
+    const auto minutes = (time(nullptr) / 60 + 720) % 1440;
+    EXPECT_LT(((now() >> 11) * 60 + (now() >> 5 & 63) - minutes + 1440) % 1440, 2); // it may turn
+    unsetenv("TZ");
+}
+
+TEST(Dates, DayCounts) {
+    for (uint16_t count = 0; count < 43830; count++) { // to the end of 2099
+        ASSERT_EQ(cofdat(datofc(count)), count);
+    }
+    same({{datofc(59), date(1980, 2, 29)},
+          {datofc(60), date(1980, 3, 1)},
+          {datofc(8797), date(2004, 2, 1)},
+          {datofc(43829), date(2099, 12, 31)}});
+    for (unsigned word = 0; word < 0x10000; word++) { // any word is safe
+        datofc(cofdat(static_cast<uint16_t>(word)));
+    }
+}
+
+TEST(ByteOrder, StoredIsLittleEndian) {
+    unsigned char bytes[] = {1, 2, 3, 4, 0xFF, 0xFF, 0xFE, 0xFF};
+    same({{lus2n(bytes + 1), 0x0302}, {lss2n(bytes + 4), -1}, {lsl2n(bytes + 4), -65537}});
+    EXPECT_EQ(lul2n(bytes + 1), 0xFF040302u);
+    EXPECT_EQ(rev4byt(bytes), bytes);
+    EXPECT_EQ(rev2byt(bytes + 1), bytes + 1);
+    EXPECT_EQ(memcmp(bytes, "\4\2\3\1", 4), 0);
+    const uint16_t us = nus2l(0x0201);
+    const uint32_t ul = nul2l(0x04030201);
+    EXPECT_EQ(memcmp(&us, "\1\2", 2) | memcmp(&ul, "\1\2\3\4", 4), 0);
+    const uint16_t *copy = pnus2l(7);
+    EXPECT_EQ(pnus2l(0x0201), copy); // one copy, overwritten
+    EXPECT_EQ(memcmp(copy, "\1\2", 2) | memcmp(pnul2l(0x04030201), "\1\2\3\4", 4), 0);
+    EXPECT_EQ(memcmp(pnss2l(-2), "\xFE\xFF", 2), 0);
+    EXPECT_EQ(pnsl2l(-2), nsl2l(-2)); // the word, not its address
+}
+
+// What holds for any command string: fuzz/command.cpp.
+TEST(Command, Words) {
+    const char *const rows[][2] = {
+        {"/bin/ls -l /tmp", "/bin/ls|-l|/tmp|"},
+        {"echo \"two words\" file", "echo|two words|file|"},
+        {"echo abc\"def ghi\"", "echo|abcdef ghi|"},
+        {"echo \"abc\"def", "echo|abcdef|"},
+        {"echo \"abc\"\"def\"", "echo|abcdef|"},
+        {"echo a\\\"b", "echo|a\"b|"},
+        {"echo \"\"", "echo||"},
+        {"/bin/ls  -l", "/bin/ls |-l|"},
+        {" /bin/ls", ""},
+        {"  /bin/ls", " |/bin/ls|"},
+        {"a \"b c", "a|b c|"}, // never closed: the rest is one word
+        {"a x\"b c\"d\"e f\"g", "a|xb cde fg|"},
+        {"a \"x\\\" y\" z", "a|x\" y|z|"}, // an escaped quote closes nothing
+        {"a \"b\"\\\"c d", "a|b\"c|d|"},   // nor does it when a quote is moved across it
+        {"a \\\\\"b c", "a|\"b|c|"},       // a quote behind two backslashes is escaped too
+        {"a \xA0\xFF b", "a|\xA0\xFF|b|"}};
+    for (const auto &[text, words] : rows) {
+        std::string buf = text;
+        std::string got;
+        rdustr(buf.data());
+        for (char *w = tokstr(buf.data()); w != nullptr; w = tokstr(nullptr)) {
+            rmsurq(w);
+            rmbksl(w);
+            got += w + "|"s;
+        }
+        EXPECT_EQ(got, words) << text;
+    }
+}
+
+TEST(Command, Execution) {
+    std::string fits = "/bin/echo";
+    for (int i = 1; i < 49; i++) {
+        fits += " " + std::to_string(i);
+    }
+    const std::string none = "dospwn: execv failed: (2) No such file or directory\n";
+    const struct {
+        std::string text, out, err;
+    } rows[] = {{"/bin/echo \"a b\" c", "a b c\n", ""},
+                {"", "", "dospwn: Invalid cmdstg [].\n"},
+                {"  ", "", none},
+                {"\"\"", "", none},
+                {"/tmp", "", "dospwn: execv failed: (13) Permission denied\n"},
+                {fits, fits.substr(10) + "\n", ""},
+                {fits + " 49", "", "dospwn: Too many arguments.\n"},
+                {"null", "", "dospwn: cmdstg is NULL.\n"}};
+    for (const auto &r : rows) {
+        std::string text = r.text;
+        const auto o = inchild([&] { _exit(dospawn(text == "null" ? nullptr : text.data())); });
+        EXPECT_EQ(o.code(), r.err.empty() ? 0 : 255) << r.text;
+        EXPECT_EQ(o.out + o.err, r.out + r.err);
+    }
+    for (const int signo : {SIGINT, SIGQUIT, SIGHUP}) { // they are reset
+        const auto o = inchild([&] {
+            signal(signo, SIG_IGN);
+            dospawn(("/bin/sh -c \"ulimit -c 0; kill -"s + std::to_string(signo) + " $$\"").data());
+        });
+        EXPECT_EQ(o.code(), 128 + signo);
     }
 }
 

@@ -33,17 +33,19 @@ class XServer(unittest.TestCase):
         home = tempfile.TemporaryDirectory(prefix="plextest.")
         self.addCleanup(home.cleanup)
         self.home = home.name
+        self.serve("700x450x24")
+
+    def serve(self, screen):
         number = ""
         for _ in range(5):  # servers that start at the same moment may choose the same number
             self.server = start("Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset",
-                                "-screen", "0", "700x450x24", "-fbdir", self.home,
+                                "-screen", "0", screen, "-fbdir", self.home,
                                 "-fp", "/usr/share/fonts/X11/misc,%s,built-ins" % FONTS,
                                 stderr=subprocess.DEVNULL)
+            self.addCleanup(self.stop, self.server)
             number = self.server.stdout.readline().strip()
             if number:
                 break
-            self.stop(self.server)
-        self.addCleanup(self.stop, self.server)
         self.env = {**os.environ, "DISPLAY": ":" + number, "BBSCONFIG": "/dev/null",
                     "BBSDISP": "xwindow", "BBSLOG": self.home + "/log"}
         self.env.pop("BBSFONT", None)
@@ -129,16 +131,12 @@ class XServer(unittest.TestCase):
         self.becomes(self.filled(1), 10, 4)
         self.assertEqual(self.stop(self.shown), 0)
 
-    def test_the_cursor_moves_along_a_row(self):
-        self.show(b"\33[25;8H")  # from where the last row's text left it
+    def test_cursor_and_properties(self):
+        self.show(b"\33[25;8H")  # along the row, from where its text left it
         bar = self.filled(7)
         bar[11:13] = self.filled(0)[:2]
         self.becomes(bar, 24, 7)
         self.becomes(self.filled(7), 24, 0)
-
-    def test_properties(self):
-        self.show(b"\333")
-        self.becomes(self.filled(7), 0, 0)
         got = self.run_in("xprop", "-name", "conshow", "-notype").stdout
         for line in ('WM_CLASS = "conshow", "conshow"', 'WM_NAME = "conshow"',
                      'WM_ICON_NAME = "conshow"', "program specified location: 0, 0",
@@ -147,14 +145,25 @@ class XServer(unittest.TestCase):
                      "bitmap id # to use for icon"):
             self.assertIn(line, got)
 
-    def test_fonts(self):
+    def refused(self, said):
+        none = self.run_in(CONSHOW)
+        self.assertEqual((none.stderr, none.returncode), (said, 1))
+
+    def test_fonts_and_colours(self):
         self.env["BBSFONT"] = "fixed"  # 6 by 13
         self.show(b"\33[2;72H\33[44m ")
         self.becomes(self.filled(1, 6, 13), 1, 71, width=6, height=13, descent=2)
         self.env["BBSFONT"] = "no-such-font"
-        none = self.run_in(CONSHOW)
-        self.assertEqual((none.stderr, none.returncode),
-                         ("conshow: Unable to load font no-such-font.\nDisplay open failed. Exiting.\n", 1))
+        self.refused("conshow: Unable to load font no-such-font.\nDisplay open failed. Exiting.\n")
+        # A server whose colours are all taken.
+        self.serve("700x450x8")
+        x11 = ctypes.CDLL("libX11.so.6")
+        x11.XOpenDisplay.restype = ctypes.c_void_p
+        display = ctypes.c_void_p(x11.XOpenDisplay(self.env["DISPLAY"].encode()))
+        for n in (128, 64, 32, 16, 8, 4, 2, 1, 1):
+            x11.XAllocColorCells(display, x11.XDefaultColormap(display, 0), 0, None, 0, (ctypes.c_ulong * n)(), n)
+        x11.XSync(display, 0)
+        self.refused("Unable to use color 'blue4'\n")
 
     def test_keys(self):
         # Those that give nothing stand in between; Escape ends.
@@ -179,8 +188,7 @@ class XServer(unittest.TestCase):
         self.stop(self.server)
         self.shown.communicate(timeout=LIMIT)
         self.assertEqual(self.shown.returncode, 1)
-        none = self.run_in(CONSHOW)
-        self.assertEqual((none.stderr, none.returncode), ("Display open failed. Exiting.\n", 1))
+        self.refused("Display open failed. Exiting.\n")
         with open(self.home + "/log", encoding="ascii") as log:
             self.assertEqual(log.read(), "conshow: cannot connect to X server %s. Exiting.\n" % self.env["DISPLAY"])
 
