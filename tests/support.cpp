@@ -52,20 +52,20 @@ bool exists(const std::string &path) {
 bool eventually(const std::function<bool()> &done) {
     using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + std::chrono::milliseconds(patience);
-    bool good = done();
-    while (!good && Clock::now() < deadline) {
+    while (!done()) {
+        if (Clock::now() > deadline) {
+            return false;
+        }
         poll(nullptr, 0, 1);
-        good = done();
     }
-    return good;
+    return true;
 }
 
 bool readable(int fd, int milliseconds) {
     pollfd pfd = {fd, POLLIN, 0};
-    int n = 0;
-    do {
-        n = poll(&pfd, 1, milliseconds);
-    } while (n < 0 && errno == EINTR);
+    int n = -1;
+    while ((n = poll(&pfd, 1, milliseconds)) < 0 && errno == EINTR) {
+    }
     return n > 0;
 }
 
@@ -128,10 +128,9 @@ Program::Program(const std::function<void()> &body) {
     err = pipes[2];
 }
 
-Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env,
-                 int stdinfd)
+Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env)
     : Program([&] {
-          dup2(stdinfd >= 0 ? stdinfd : open("/dev/null", O_RDONLY), 0);
+          dup2(open("/dev/null", O_RDONLY), 0);
           close_range(3, ~0U, 0);
           for (const std::string &entry : env) {
               putenv(const_cast<char *>(entry.c_str())); // a name alone removes it

@@ -65,8 +65,7 @@ public:
     // A forked child that exits 0 when `body` returns.
     explicit Program(const std::function<void()> &body);
     // `env` entries are NAME=value; a NAME alone is removed from the environment.
-    Program(const std::vector<std::string> &argv, const std::vector<std::string> &env = {},
-            int stdinfd = -1);
+    Program(const std::vector<std::string> &argv, const std::vector<std::string> &env = {});
     ~Program();
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;

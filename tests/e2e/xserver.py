@@ -3,17 +3,7 @@
 
     xserver.py CONSHOW FONTS
 """
-import ctypes
-import os
-import random
-import re
-import signal
-import struct
-import subprocess
-import sys
-import tempfile
-import time
-import unittest
+import ctypes, os, random, re, signal, struct, subprocess, sys, tempfile, time, unittest
 
 CONSHOW, FONTS = map(os.path.abspath, sys.argv[1:3])
 LIMIT = 20  # seconds that anything may take
