@@ -1,6 +1,8 @@
 // The system console on a terminal of the test's own: sequences of scan codes, the ring, what a
-// program takes of the machine and gives back, what is said when it refuses. What a key stands for:
-// keyboards.cpp.
+// program takes of the machine and gives back, what is said when it refuses; the cells that the
+// kernel lends, where a file stands for the device. What a key stands for: keyboards.cpp.
+
+#include "libunix/console/vcsa.h"
 
 #include "libsrc/plex.h"
 #include "libunix/console/condrv.h"
@@ -13,8 +15,10 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/kd.h>
+#include <linux/vt.h>
 #include <pty.h>
 #include <set>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/syscall.h>
@@ -27,8 +31,16 @@ namespace {
 int master = -1;
 int slave = -1;
 unsigned long refused; // the request that fails, with EPERM
-int kbmode = K_XLATE;
-int display = KD_TEXT;
+struct Machine {       // the children's too
+    int keyboard = K_XLATE;
+    int display = KD_TEXT;
+};
+auto *const machine =
+    new (mmap(nullptr, sizeof(Machine), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))
+        Machine;
+unsigned short fontbit;
+std::vector<unipair> fontmap;
+int device = -1; // where cells are lent, else the video memory is had
 std::array<unsigned char, plex::scrnmapsize> map;
 std::set<std::string> held; // what a program has taken and not given back
 std::array<unsigned char, plex::imagebytes> video;
@@ -67,7 +79,11 @@ const plex::condrv terminaldrv = [] {
     drv.ioports = [](int32_t fd, int32_t on) { // the real ones would be written to
         return ioctl(fd, on != 0 ? KDENABIO : KDDISABIO, 0);
     };
-    drv.mapvideo = [](int32_t) { return refused == mapping ? nullptr : video.data(); };
+    drv.mapvideo = [](int32_t fd) {
+        return refused == mapping ? nullptr
+               : device < 0       ? video.data()
+                                  : plex::vcsatake(dup(device), fd);
+    };
     drv.portwrite = [](uint16_t port, uint8_t value) {
         writes.emplace_back(port, value);
         plex::linuxcondrv.portwrite(port, value);
@@ -78,6 +94,7 @@ const plex::condrv terminaldrv = [] {
 class Syscon : public ::testing::Test {
 protected:
     Syscon() {
+        *machine = {};
         EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
         plex::condriver = &terminaldrv;
         plex::dsptyp = plex::DSP_SYSCON;
@@ -206,18 +223,18 @@ TEST_F(Syscon, ScreenAndCursorAreTheMachines) {
 TEST_F(Syscon, RefusalsAreSaid) {
     const std::string noopen = "Display open failed. Exiting.\n|1";
     const std::string noqueue = "console |Cannot set KDQUEMODE" + noopen; // its end closes it
-    const std::string nomap = "raw found |Unable to get current screen mapping table\n|255";
+    const std::string nomap = "|Unable to get current screen mapping table\n|255";
     const std::pair<unsigned long, std::string> rows[] = {
-        {0, "raw found ||0"},
+        {0, "||0"},
         {opening, "|Unable to open /dev/console\n" + noopen},
-        {again, "raw found |Unable to open /dev/console\n|255"}, // for the screen
+        {again, "|Unable to open /dev/console\n|255"}, // for the screen
         {KDGKBMODE, noqueue},
         {KDSKBMODE, noqueue},
-        {KDENABIO, "raw found console |Unable to take control of I/O\n" + noopen},
+        {KDENABIO, "console |Unable to take control of I/O\n" + noopen},
         {GIO_SCRNMAP, nomap},
         {KDGKBTYPE, nomap},
-        {mapping, "raw found |Unable to get base position in video memory\n|255"},
-        {KDDISABIO, "raw found ports |unxwrecons: KDDISABIO failed. Operation not permitted.\n|0"},
+        {mapping, "|Unable to get base position in video memory\n|255"},
+        {KDDISABIO, "ports |unxwrecons: KDDISABIO failed. Operation not permitted.\n|0"},
     };
     for (const auto &[request, want] : rows) {
         EXPECT_EQ(test::told([number = request] {
@@ -227,48 +244,20 @@ TEST_F(Syscon, RefusalsAreSaid) {
                           for (const std::string &name : held) {
                               printf("%s ", name.c_str());
                           }
-                          printf("%s", map[5] == 99 && display == KD_TEXT ? "" : "not as it was");
+                          printf("%s", map[5] == 99 && machine->display == KD_TEXT
+                                           ? ""
+                                           : "not as it was");
                       });
                       plex::grafbuf = nullptr;
                       plex::opntrm(plex::DSP_SYSCON, "test");
                       plex::frzseg();
                       map[5] = 1;
-                      display = KD_GRAPHICS;
+                      machine->display = KD_GRAPHICS;
                       plex::clstrm();
                       const int fd = dup(0); // it may get the console's number
                       exit(plex::unxwretrm.trmcls() == 1 && fcntl(fd, F_GETFD) == 0 ? 0 : 9);
                   }),
                   want);
-    }
-}
-
-// However a program ends, the keyboard is as it was found.
-TEST_F(Syscon, IsGivenBackByEveryEnd) {
-    void (*const ends[])() = {[] { exit(0); },
-                              [] { plex::catastro("x"); },
-                              [] { raise(SIGTERM); },
-                              [] { raise(SIGQUIT); },
-                              [] { plex::condriver->quemode(0, nullptr), _exit(0); },
-                              [] {
-                                  test::inchild([] { exit(0); }); // not by another process
-                                  kbmode == K_RAW ? exit(0) : _exit(0);
-                              }};
-    termios before = {};
-    ASSERT_EQ(tcgetattr(slave, &before), 0);
-    const test::Home home;
-    for (const auto &end : ends) {
-        const auto outcome = test::inchild([&] {
-            const rlimit none = {0, 0};
-            setrlimit(RLIMIT_CORE, &none);
-            plex::grafbuf = video.data();
-            plex::nocore = 1;
-            EXPECT_EQ(plex::unxwreopen(), 0);
-            end();
-        });
-        termios after = {};
-        ASSERT_EQ(tcgetattr(slave, &after), 0);
-        EXPECT_EQ(memcmp(&before, &after, sizeof before), 0) << &end - ends;
-        EXPECT_EQ(outcome.out, "raw found ") << &end - ends;
     }
 }
 
@@ -282,10 +271,168 @@ TEST_F(Syscon, WhatIsNoConsole) {
     };
     EXPECT_EQ(queueing(slave, 65) + queueing(slave, 1) + queueing(-1, 64), -3);
     EXPECT_EQ(drv.getscrnmap(-1, map.data()) + drv.isconsole(-1) + drv.setkbmode(-1, 0), -3);
-    display = KD_GRAPHICS; // a graphical session's
+    machine->display = KD_GRAPHICS; // a graphical session's
     EXPECT_EQ(queueing(slave, 64), -1);
     EXPECT_EQ(errno, EBUSY);
     EXPECT_EQ(drv.drain(), 0);
+}
+
+class Vcsa : public Syscon {
+protected:
+    ~Vcsa() override {
+        plex::vcsagive();
+        close(std::exchange(device, -1));
+    }
+
+    // A console of so many cells; text and colours stand there already.
+    static unsigned char *take(unsigned short rows, unsigned short columns, size_t missing = 0) {
+        found = std::string(4 + size_t{2} * rows * columns - missing, '\0');
+        for (size_t i = 0; i < found.size(); i++) {
+            found[i] = static_cast<char>(i * 7 + i / 256);
+        }
+        width = columns;
+        const winsize size = {rows, columns, 0, 0};
+        for (const int fd : {device, master, slave}) {
+            close(fd);
+        }
+        EXPECT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
+        device = memfd_create("vcsa", MFD_CLOEXEC);
+        EXPECT_EQ(write(device, found.data(), found.size()), ssize_t(found.size()));
+        return plex::vcsatake(dup(device), slave);
+    }
+
+    static std::string all() {
+        std::string now(found.size() + 1, '\0');
+        now.resize(static_cast<size_t>(pread(device, now.data(), now.size(), 0)));
+        return now;
+    }
+
+    static unsigned cell(int row, int column) {
+        uint16_t word = 0;
+        EXPECT_EQ(pread(device, &word, 2, 4 + 2 * (row * width + column)), 2);
+        return word;
+    }
+
+    static inline int width;
+    static inline std::string found;
+};
+
+constexpr auto line = plex::vcsacursor::line;
+
+TEST_F(Vcsa, StandsInTheMiddle) {
+    const struct {
+        unsigned short rows, columns;
+        int top, left;
+    } screens[] = {{25, 80, 0, 0}, {48, 128, 11, 24}, {26, 81, 0, 0}, {135, 480, 55, 176}};
+    for (const auto &s : screens) {
+        unsigned char *image = take(s.rows, s.columns);
+        ASSERT_NE(image, nullptr);
+        memset(image, 'x', plex::cellbytes);
+        plex::vcsashow(false, 24 * 80 + 79, line);
+        for (int row = 0; row < s.rows; row++) {
+            for (int column = 0; column < s.columns; column++) {
+                const bool ours =
+                    row >= s.top && row < s.top + 25 && column >= s.left && column < s.left + 80;
+                ASSERT_EQ(cell(row, column), ours ? 0x7878U : 0x0720U) << row << " " << column;
+            }
+        }
+        EXPECT_EQ(static_cast<unsigned char>(all()[2]), s.left + 79);
+        EXPECT_EQ(all()[3], s.top + 24);
+        plex::vcsagive();
+        EXPECT_TRUE(all() == found);
+    }
+    EXPECT_EQ(take(48, 128, 2), nullptr); // smaller than the terminal says
+}
+
+TEST_F(Vcsa, WritesWhatChanged) {
+    unsigned char *image = take(25, 80);
+    std::string_view("aabbccddee").copy(reinterpret_cast<char *>(image), 10);
+    plex::vcsashow(true, 0, line);
+    ASSERT_EQ(pwrite(device, "......", 6, 4), 6); // the kernel's own words
+    image[6] = image[7] = 'x';
+    plex::vcsashow(false, 5000, plex::vcsacursor::block);
+    EXPECT_EQ(all().substr(2, 12), std::string("\x28\x18......xxee"));
+    plex::vcsashow(true, 0, plex::vcsacursor::none);
+    EXPECT_EQ(all().substr(2, 12), std::string("\0\0aabbccxxee", 12));
+    plex::vcsagive();
+    plex::vcsashow(true, 0, line);
+    EXPECT_TRUE(all() == found);
+    EXPECT_EQ(test::expect(master, "\033[?0c"), "\033[?2c\033[?2c\033[?6c\033[?1c\033[?0c");
+}
+
+// A full block is wanted, in the attribute 0x9E.
+TEST_F(Vcsa, FindsItsGlyphs) {
+    const struct {
+        unsigned short bit;
+        unsigned want;
+        std::vector<unipair> map;
+    } fonts[] = {{0, 0x9EDB, {}},
+                 {0, 0x9E07, {{' ', 1}, {0x2588, 7}}},
+                 {0, 0x9E09, {{'#', 9}}}, // has none; this is like it
+                 {0x100, 0x3C07, {{0x2588, 7}}},
+                 {0x100, 0x3D07, {{0x2588, 0x107}}},
+                 {0x800, 0x9607, {{0x2588, 7}}},
+                 {0x800, 0x9E07, {{0x2588, 0x107}}}};
+    for (const auto &font : fonts) {
+        fontbit = font.bit;
+        fontmap = font.map;
+        unsigned char *image = take(25, 80);
+        image[0] = 0xDB;
+        image[1] = 0x9E;
+        plex::vcsashow(false, 0, line);
+        EXPECT_EQ(cell(0, 0), font.want) << &font - fonts;
+        plex::vcsagive();
+    }
+    fontbit = 0;
+    fontmap = {};
+}
+
+// However a program ends: the keyboard, the display's mode and the screen are as they were found.
+TEST_F(Vcsa, ComesBackByEveryEnd) {
+    void (*const ends[])() = {[] { plex::clstrm(), _exit(0); },
+                              [] { exit(0); },
+                              [] { quick_exit(0); },
+                              [] { plex::catastro("x"); },
+                              [] { raise(SIGTERM); },
+                              [] { raise(SIGQUIT); },
+                              [] { raise(SIGRTMIN); },
+                              [] { raise(SIGRTMAX); },
+                              [] {
+                                  plex::linuxcondrv.setdisplay(slave, 1); // as mapvideo does
+                                  raise(SIGHUP);
+                              },
+                              [] {
+                                  test::inchild([] { exit(0); }); // not by another process
+                                  machine->keyboard == K_RAW ? exit(0) : _exit(0);
+                              }};
+    take(25, 80);
+    plex::vcsagive();
+    termios before = {};
+    ASSERT_EQ(tcgetattr(slave, &before), 0);
+    const test::Home home;
+    for (const auto &end : ends) {
+        *machine = {};
+        const auto outcome = test::inchild([&] {
+            const rlimit none = {0, 0};
+            setrlimit(RLIMIT_CORE, &none);
+            plex::nocore = 1;
+            plex::grafbuf = nullptr;
+            plex::opntrm(plex::DSP_SYSCON, "test");
+            plex::locate(0, 0);
+            plex::cursact(0); // parked: it is seen all the same
+            plex::unxprntf("x");
+            printf("%d %04x", machine->keyboard, cell(0, 0));
+            fflush(stdout);
+            end();
+        });
+        termios after = {};
+        ASSERT_EQ(tcgetattr(slave, &after), 0);
+        EXPECT_EQ(memcmp(&before, &after, sizeof before), 0) << &end - ends;
+        EXPECT_EQ(outcome.out + outcome.err, "0 0778") << &end - ends;
+        EXPECT_EQ(machine->keyboard, K_XLATE) << &end - ends;
+        EXPECT_EQ(machine->display, KD_TEXT) << &end - ends;
+        EXPECT_TRUE(all() == found) << &end - ends;
+    }
 }
 
 } // namespace
@@ -305,33 +452,34 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept {
         errno = EPERM;
         return -1;
     }
+    const int number = static_cast<int>(reinterpret_cast<intptr_t>(arg));
     switch (request) {
     case KDGKBMODE:
-        *static_cast<int *>(arg) = kbmode;
-        return 0;
-    case KDGETMODE:
-        *static_cast<int *>(arg) = display;
-        return 0;
+        return *static_cast<int *>(arg) = machine->keyboard, 0;
     case KDSKBMODE:
-        kbmode = static_cast<int>(reinterpret_cast<intptr_t>(arg));
-        return dprintf(1, kbmode == K_RAW ? "raw " : "found ") < 0;
+        return machine->keyboard = number, 0;
+    case KDGETMODE:
+        return *static_cast<int *>(arg) = machine->display, 0;
     case KDSETMODE:
-        display = static_cast<int>(reinterpret_cast<intptr_t>(arg));
-        return 0;
+        return machine->display = number, 0;
     case GIO_SCRNMAP:
-        memcpy(arg, map.data(), map.size());
-        return 0;
+        return memcpy(arg, map.data(), map.size()) == nullptr;
     case PIO_SCRNMAP:
-        memcpy(map.data(), arg, map.size());
-        return 0;
+        return memcpy(map.data(), arg, map.size()) == nullptr;
     case KDENABIO:
-        held.insert("ports");
-        return 0;
+        return held.insert("ports").second ? 0 : 1;
     case KDDISABIO:
-        held.erase("ports");
-        return 0;
+        return held.erase("ports") == 1 ? 0 : 1;
     case KDGKBTYPE:
         return 0;
+    case VT_GETHIFONTMASK:
+        return *static_cast<unsigned short *>(arg) = fontbit, 0;
+    case GIO_UNIMAP: {
+        auto *pairs = static_cast<unimapdesc *>(arg);
+        pairs->entry_ct = static_cast<unsigned short>(fontmap.size());
+        std::copy(fontmap.begin(), fontmap.end(), pairs->entries);
+        return fontmap.empty() ? -1 : 0;
+    }
     default:
         return static_cast<int>(syscall(SYS_ioctl, fd, request, arg));
     }
