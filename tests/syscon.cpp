@@ -258,6 +258,7 @@ TEST_F(Syscon, RefusalsAreSaid) {
                       exit(plex::unxwretrm.trmcls() == 1 && fcntl(fd, F_GETFD) == 0 ? 0 : 9);
                   }),
                   want);
+        EXPECT_EQ(machine->keyboard, K_XLATE) << request;
     }
 }
 
