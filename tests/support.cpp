@@ -128,13 +128,10 @@ Program::Program(const std::function<void()> &body) {
     err = pipes[2];
 }
 
-Program::Program(const std::vector<std::string> &argv, const std::vector<std::string> &env)
+Program::Program(const std::vector<std::string> &argv)
     : Program([&] {
           dup2(open("/dev/null", O_RDONLY), 0);
           close_range(3, ~0U, 0);
-          for (const std::string &entry : env) {
-              putenv(const_cast<char *>(entry.c_str())); // a name alone removes it
-          }
           std::vector<char *> args;
           for (const std::string &arg : argv) {
               args.push_back(const_cast<char *>(arg.c_str()));
@@ -168,13 +165,6 @@ Outcome Program::wait() {
     }
     ended = ended || eventually([&] { return waitpid(pid, &outcome.status, WNOHANG) != 0; });
     return outcome;
-}
-
-bool Program::running() {
-    siginfo_t info = {};
-    return !ended &&
-           waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
-           info.si_pid == 0;
 }
 
 Outcome inchild(const std::function<void()> &body) {

@@ -64,15 +64,13 @@ class Program {
 public:
     // A forked child that exits 0 when `body` returns.
     explicit Program(const std::function<void()> &body);
-    // `env` entries are NAME=value; a NAME alone is removed from the environment.
-    Program(const std::vector<std::string> &argv, const std::vector<std::string> &env = {});
+    explicit Program(const std::vector<std::string> &argv);
     ~Program();
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
 
     // Waits for its end, bounded; then its output is complete.
     Outcome wait();
-    bool running();
 
     pid_t pid = -1;
     int out = -1; // its standard output and error, to be read while it runs
