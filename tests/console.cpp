@@ -226,10 +226,11 @@ TEST_F(Segment, ThatCannotBeHadIsFatal) {
          "Server: Could not attach shared memory (13 Permission denied).\n\n"},
     };
     for (const auto &r : rows) {
+        removesegment();
         const int id = r.size > 0 ? shmget(key, r.size, IPC_CREAT | 0666) : 0;
         shmid_ds info = {};
         if (strcmp(r.fault, "foreign") == 0 && shmctl(id, IPC_STAT, &info) == 0) {
-            info.shm_perm.uid = 65534;
+            info.shm_perm.uid = getuid() + 1;
             if (shmctl(id, IPC_SET, &info) < 0) {
                 continue; // a name space without other users
             }
@@ -239,8 +240,8 @@ TEST_F(Segment, ThatCannotBeHadIsFatal) {
                       r.open(4029);
                   }),
                   r.told + "||90");
-        removesegment();
     }
+    removesegment();
     // On a screen that needs it, that is a fatal error within one.
     EXPECT_GE(shmget(key, 100, IPC_CREAT | 0600), 0);
     EXPECT_EQ(test::told([] {
