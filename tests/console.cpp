@@ -22,7 +22,7 @@
 
 // A wait for nothing is not waited for.
 extern "C" int select(int n, fd_set *in, fd_set *out, fd_set *other, timeval *limit) {
-    const timespec time = {limit->tv_sec, limit->tv_usec * 1000};
+    const timespec time = {limit->tv_sec, static_cast<long>(limit->tv_usec * 1000)};
     return in == nullptr ? 0 : pselect(n, in, out, other, &time, nullptr);
 }
 
