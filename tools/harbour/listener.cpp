@@ -44,7 +44,9 @@ bool parse(const std::string &where, Address &address) {
     hints.ai_family = bracketed ? AF_INET6 : AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *found = nullptr;
-    if (host.empty() || getaddrinfo(host.c_str(), where.c_str() + colon + 1, &hints, &found) != 0) {
+    double port = 0; // the resolver would take what is left of a greater one
+    if (host.empty() || !readnumber(where.substr(colon + 1), 0, UINT16_MAX, port) ||
+        getaddrinfo(host.c_str(), where.c_str() + colon + 1, &hints, &found) != 0) {
         return false;
     }
     memcpy(address.get(), found->ai_addr, found->ai_addrlen);
