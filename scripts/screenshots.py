@@ -51,7 +51,7 @@ class Screen:
         font = "-misc-fixed-medium-r-normal--14-130-75-75-c-70-iso10646-1"
         return self.run(["xterm", "-geometry", "90x28+0+0", "-fn", font, "-fb", font, "-b", "0", "-bc",
                          "+sb", "-xrm", "*background: black", "-xrm", "*foreground: grey", "-xrm",
-                         "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null",
+                         "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null", "set", "-g", "status", "off", ";",
                          "new-session", command])
 
     def keys(self, *names):
