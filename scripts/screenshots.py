@@ -51,8 +51,8 @@ class Screen:
         font = "-misc-fixed-medium-r-normal--14-130-75-75-c-70-iso10646-1"
         return self.run(["xterm", "-geometry", "90x28+0+0", "-fn", font, "-fb", font, "-b", "0", "-bc",
                          "+sb", "-xrm", "*background: black", "-xrm", "*foreground: grey", "-xrm",
-                         "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null", "set", "-g", "status", "off", ";",
-                         "new-session", command])
+                         "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null",
+                         "new-session", command, ";", "set", "status", "off"])
 
     def keys(self, *names):
         subprocess.run(["xdotool", "key", "--delay", "100"] + list(names), env=self.env, check=True)

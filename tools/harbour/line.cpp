@@ -33,6 +33,8 @@ namespace {
 constexpr size_t typedatonce = 4096;  // bytes taken from a caller before his program takes them
 constexpr size_t mostreplies = 16384; // bytes that wait for a caller who is still listened to
 constexpr size_t recentbytes = 4096;
+constexpr ssize_t much = 1024; // bytes read of a program that has more to say, perhaps at once
+constexpr int inarow = 16;     // such reads before the others have their turn
 
 std::array<char, 65536> scratch;
 bool taking; // bytes are being taken from a caller: his call must not end under them
@@ -210,8 +212,10 @@ void masterready(Line &line, uint32_t events) {
                  write(line.master, line.toprogram.data(), line.toprogram.size()))) {
         line.toprogram.clear(); // nobody will read it
     }
-    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0 && line.tocaller.empty()) {
-        const ssize_t n = read(line.master, scratch.data(), scratch.size());
+    const bool readable = (events & (EPOLLIN | EPOLLHUP | EPOLLERR)) != 0;
+    ssize_t n = much;
+    for (int i = 0; readable && i < inarow && n >= much && line.tocaller.empty(); i++) {
+        n = read(line.master, scratch.data(), scratch.size());
         if (n > 0) {
             line.since += line.ended ? static_cast<size_t>(n) : 0;
             show(line, scratch.data(), static_cast<size_t>(n));
