@@ -13,6 +13,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/shm.h>
 #include <sys/socket.h>

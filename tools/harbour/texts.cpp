@@ -99,8 +99,8 @@ std::string fromutf8(std::string_view bytes, std::mbstate_t &open) {
                                                  : static_cast<size_t>(-2);
         }
         if (n <= 1) {
-            const auto code = static_cast<wint_t>(character);
-            const int byte = code < 0x80 ? static_cast<int>(code) : plex::tocp437(code);
+            const int byte = character < 0x80 ? static_cast<unsigned char>(c)
+                                              : plex::tocp437(static_cast<wint_t>(character));
             out += static_cast<char>(byte < 0 ? '?' : byte);
         }
     }
