@@ -2,6 +2,7 @@
 // telnetd serving the same program from a listener of ours. All ratios are from this one run.
 //
 //     bench/calls [CALLERS]        500 when nothing is said
+//     bench/calls soak [SECONDS]   60; calls of all kinds, and what the board holds afterwards
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -12,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -529,9 +531,137 @@ void withcallers(int count) {
     stop(board);
 }
 
+// One caller after another until the time is over, in one of the ways that callers have.
+long soaker(unsigned seed, Clock::time_point end) {
+    srand(seed);
+    long calls = 0;
+    for (; Clock::now() < end; calls++) {
+        const int kind = rand() % 8;
+        Caller caller;
+        caller.fd = dial(boardport);
+        say(caller.fd, "1");
+        if (kind == 0) { // no further than the greeting
+            caller.expect("harbour");
+        } else if (kind == 1) { // half a command
+            say(caller.fd, "\xff\xfa\x18");
+        } else {
+            caller.expect("Your choice: ");
+        }
+        if (kind >= 2 && kind < 5) { // a program to its end
+            say(caller.fd, "t");
+            caller.expect("True has ended");
+            caller.expect("Your choice: ");
+        } else if (kind == 5) { // gone from under much output, nothing of it left unread by others
+            say(caller.fd, "z");
+            caller.take();
+            poll(nullptr, 0, rand() % 50);
+        } else if (kind == 6) { // a while at a program
+            say(caller.fd, "c");
+            caller.expect("=\n");
+            for (int i = 0; i < 100; i++) {
+                keystroke(caller);
+            }
+        } else if (kind == 7) {
+            say(caller.fd, "g");
+            caller.expect("Goodbye");
+        }
+        const linger reset = {1, 0};
+        if (rand() % 2 == 0) {
+            setsockopt(caller.fd, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+        }
+        caller.end();
+    }
+    return calls;
+}
+
+long opened(pid_t pid) {
+    long count = 0;
+    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
+    for ([[maybe_unused]] const auto &fd : std::filesystem::directory_iterator(dir)) {
+        count++;
+    }
+    return count;
+}
+
+// All that the board and its daemon hold, when nobody calls: descriptors, programs, memory.
+struct Held {
+    long descriptors;
+    size_t programs;
+    long memory;
+};
+
+Held held() {
+    const pid_t daemon = childrenof(board)[0];
+    return {opened(board) + opened(daemon), childrenof(daemon).size(), rss(board) + rss(daemon)};
+}
+
+// Callers of all kinds at once; in the end the board must hold what it held after the first second.
+int soak(int howlong) {
+    constexpr int callers = 16;
+    constexpr long slack = 1024; // kB
+    constexpr int patience = 10000;
+    long calls = 0;
+    startboard(4 * callers); // lines may be free a little later than who had them
+    Held before = {};
+    for (const int time : {1, howlong}) {
+        int pipes[2];
+        if (pipe(pipes) != 0) {
+            fail("pipe");
+        }
+        const auto end = Clock::now() + std::chrono::seconds(time);
+        for (int i = 0; i < callers; i++) {
+            if (child() == 0) {
+                const long n = soaker(static_cast<unsigned>(i), end);
+                _exit(::write(pipes[1], &n, sizeof n) == sizeof n ? 0 : 1);
+            }
+        }
+        close(pipes[1]);
+        int done = 0;
+        for (long n = 0; read(pipes[0], &n, sizeof n) == sizeof n; done++) {
+            calls += n;
+        }
+        close(pipes[0]);
+        if (done != callers) {
+            puts("FAULT: a caller got something else than he waited for");
+            return 1;
+        }
+        Held now = held();
+        for (int ms = 0; ms < patience && now.programs > 0; ms += 10) {
+            poll(nullptr, 0, 10);
+            now = held();
+        }
+        poll(nullptr, 0, 2000); // what was read of dead callers
+        now = held();
+        printf("%ld calls: %ld descriptors, %zu programs, %ld kB\n", calls, now.descriptors,
+               now.programs, now.memory);
+        if (time == howlong && (now.descriptors != before.descriptors || now.programs > 0 ||
+                                now.memory > before.memory + slack)) {
+            puts("FAULT: the board holds more than it did");
+            return 1;
+        }
+        before = now;
+    }
+    int status = 0;
+    kill(board, SIGTERM);
+    while (waitpid(board, &status, 0) != board) {
+    }
+    if (status != 0) {
+        puts("FAULT: the board did not end orderly");
+    }
+    return status == 0 ? 0 : 1;
+}
+
+void cleanhome() {
+    for (const char *file : {"cfg", "pxhost.cfg", "harbour.menu", "harbour.log", "vosterd.log"}) {
+        unlink((home + "/" + file).c_str());
+    }
+    rmdir(home.c_str());
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
+    const bool soaking = argc > 1 && strcmp(argv[1], "soak") == 0;
     const int count = argc > 1 ? atoi(argv[1]) : 500;
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
@@ -542,6 +672,11 @@ int main(int argc, char **argv) {
     home = mkdtemp(dir) != nullptr ? dir : "";
     setvbuf(stdout, nullptr, _IOLBF, 0);
 
+    if (soaking) {
+        const int status = soak(argc > 2 ? atoi(argv[2]) : 60);
+        cleanhome();
+        return status;
+    }
     if (count > 0) {
         withcallers(count);
     }
@@ -552,9 +687,6 @@ int main(int argc, char **argv) {
     } else {
         puts("no telnetd to compare with (Debian: inetutils-telnetd)");
     }
-    for (const char *file : {"cfg", "pxhost.cfg", "harbour.menu", "harbour.log", "vosterd.log"}) {
-        unlink((home + "/" + file).c_str());
-    }
-    rmdir(home.c_str());
+    cleanhome();
     return 0;
 }

@@ -52,7 +52,7 @@ class Screen:
         return self.run(["xterm", "-geometry", "90x28+0+0", "-fn", font, "-fb", font, "-b", "0", "-bc",
                          "+sb", "-xrm", "*background: black", "-xrm", "*foreground: grey", "-xrm",
                          "*boldMode: false", "-e", "tmux", "-u", "-S", name, "-f", "/dev/null",
-                         "new-session", command])
+                         "new-session", command, ";", "set", "status", "off"])
 
     def keys(self, *names):
         subprocess.run(["xdotool", "key", "--delay", "100"] + list(names), env=self.env, check=True)

@@ -13,12 +13,14 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/resource.h>
 #include <sys/select.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
+#include <vector>
 
 // A wait for nothing is not waited for.
 extern "C" int select(int n, fd_set *in, fd_set *out, fd_set *other, timeval *limit) {
@@ -104,6 +106,32 @@ TEST(Link, IsForItsOwnUserAndItsOwnProcesses) {
     plex::rx11trm.trmcls();
     EXPECT_EQ(kill(other.pid, SIGTERM), 0);
     EXPECT_EQ(other.wait().code(), 128 + SIGTERM);
+}
+
+// A host with a thousand terminals open has none of the lower numbers left.
+TEST(Link, HighDescriptors) {
+    const test::Home home;
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    ASSERT_EQ(plex::maxfil(FD_SETSIZE + 50), 0);
+    std::vector<int> low;
+    do {
+        low.push_back(open("/dev/null", O_RDONLY));
+    } while (low.back() < FD_SETSIZE);
+    EXPECT_GT(plex::rx11trm.trmopn(), FD_SETSIZE);
+    const int fd = viewer();
+    EXPECT_EQ(plex::rx11trm.trmhit(), 0);
+    const int32_t a = 'a';
+    EXPECT_EQ(send(fd, &a, 4, 0), 4);
+    EXPECT_EQ(plex::rx11trm.trmhit(), 1);
+    EXPECT_EQ(plex::rx11trm.trminp(), 'a');
+    plex::usignal(SIGUSR1, SIG_IGN); // the viewer is this process
+    plex::rx11trm.trmcls();
+    close(fd);
+    for (const int one : low) {
+        close(one);
+    }
+    setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST(Link, WithoutOneTheProgramEnds) {

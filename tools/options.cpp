@@ -33,10 +33,11 @@ void complain(const char *fmt, va_list args, const char *end) {
 
 } // namespace
 
-int nextoption(int argc, char **argv, const char *shorts) {
-    static const option longs[] = {{"help", no_argument, nullptr, 'h'},
-                                   {"version", no_argument, nullptr, showversion},
-                                   {nullptr, 0, nullptr, 0}};
+int nextoption(int argc, char **argv, const char *shorts, const char *flag) {
+    const option longs[] = {{"help", no_argument, nullptr, 'h'},
+                            {"version", no_argument, nullptr, showversion},
+                            {flag, no_argument, nullptr, flag != nullptr ? flag[0] : 0},
+                            {nullptr, 0, nullptr, 0}};
     const bool ordered = shorts[0] == '+';
     const std::string all = std::string(ordered ? "+:" : ":") + (shorts + (ordered ? 1 : 0)) + "h";
     opterr = 0;

@@ -18,7 +18,8 @@ extern Program program;
 
 // The next option, as getopt(3) gives it (`shorts` is written as for that); -1 when there is none.
 // --help, -h and --version are answered here, and wrong options refused: both end the program.
-int nextoption(int argc, char **argv, const char *shorts);
+// `flag` is one long option more, without a value, given as its first letter.
+int nextoption(int argc, char **argv, const char *shorts, const char *flag = nullptr);
 
 // Writes out what went to standard output. Where that fails the program ends with status 1.
 void flushoutput();

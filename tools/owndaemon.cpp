@@ -53,6 +53,10 @@ std::string finddaemon() {
     if (!own.kept) {
         setenv("BBSCONFIG", (own.home + "/plexhost.cfg").c_str(), 1);
     }
+    if (own.input >= 0) {
+        dup2(own.input, STDIN_FILENO);
+        setenv("BBSSTDIN", "1", 1);
+    }
     execl(program.c_str(), "vosterd", static_cast<char *>(nullptr));
     perror(program.c_str());
     _exit(127);

@@ -10,6 +10,7 @@ struct OwnDaemon {
     std::string home;  // its directory, empty when there is none
     pid_t pid = -1;    // its process
     int link = -1;     // the connection to it
+    int input = -1;    // a terminal whose settings commands are to have; it is not closed here
     bool kept = false; // the home is somebody's, who has its configuration: it stays
 };
 

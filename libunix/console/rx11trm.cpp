@@ -16,7 +16,6 @@
 #include <cstring>
 #include <ctime>
 #include <poll.h>
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -32,7 +31,6 @@ int32_t kbdfd = -1;  // the viewer's connection; -1: none
 viewword pid = -1;   // what the current or last viewer announced; -1: nothing
 viewword curchr;     // the last key
 int32_t curscn;      // non-zero while it has not been taken
-fd_set crfds;        // syssoc and kbdfd
 
 int64_t milliseconds() {
     timespec now = {};
@@ -43,7 +41,6 @@ int64_t milliseconds() {
 // Drops the viewer. Its process id is deliberately kept: every later drop signals it again.
 void clsxcon() {
     if (kbdfd >= 0) {
-        FD_CLR(kbdfd, &crfds);
         close(kbdfd);
         kbdfd = -1;
     }
@@ -55,7 +52,7 @@ void clsxcon() {
 
 int32_t xopen() {
     syssoc = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (syssoc < 0 || syssoc >= FD_SETSIZE) { // no set could hold it
+    if (syssoc < 0) {
         return -1;
     }
     sockaddr_un addr = {};
@@ -71,14 +68,11 @@ int32_t xopen() {
         return -1;
     }
     listen(syssoc, 1);
-    FD_ZERO(&crfds);
-    FD_SET(syssoc, &crfds);
     return syssoc;
 }
 
 int32_t xclose() {
     if (syssoc >= 0) {
-        FD_CLR(syssoc, &crfds);
         close(syssoc);
         syssoc = -1;
         unlink(viewendpoint);
@@ -119,13 +113,12 @@ void takeviewer() {
     if (kbdfd < 0) {
         return;
     }
-    if (kbdfd >= FD_SETSIZE || !announced()) {
+    if (!announced()) {
         pid = -1;
         close(kbdfd);
         kbdfd = -1;
         return;
     }
-    FD_SET(kbdfd, &crfds);
 }
 
 // One poll. A newcomer never yields a key in the poll that accepts it.
@@ -136,12 +129,11 @@ int32_t xpress() {
     if (syssoc == -1) {
         return 0;
     }
-    fd_set rfds = crfds;
-    timeval immed = {0, 0};
-    if (select(std::max(syssoc, kbdfd) + 1, &rfds, nullptr, nullptr, &immed) <= 0) {
+    pollfd fds[] = {{kbdfd, POLLIN, 0}, {syssoc, POLLIN, 0}}; // -1 is passed over
+    if (poll(fds, 2, 0) <= 0) {
         return 0;
     }
-    if (kbdfd >= 0 && FD_ISSET(kbdfd, &rfds)) {
+    if (fds[0].revents != 0) {
         const ssize_t nread = read(kbdfd, &curchr, sizeof curchr);
         if (curchr == viewleaving || nread == 0) {
             clsxcon();
@@ -152,7 +144,7 @@ int32_t xpress() {
         curscn = 1;
         return 1;
     }
-    if (FD_ISSET(syssoc, &rfds)) {
+    if (fds[1].revents != 0) {
         takeviewer();
     }
     return 0;

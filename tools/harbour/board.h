@@ -1,4 +1,4 @@
-// The board: takes calls, and serves all lines, the daemon and the console in one loop.
+// The board: serves all lines, the daemon and the console in one loop.
 #pragma once
 
 #include <string>
@@ -6,11 +6,9 @@
 namespace harbour {
 
 // Listens where the setting LISTEN says, with as many lines as LINES says, and connects to the
-// daemon. `demo` wants a free port. Returns an empty string, or what is wrong.
-std::string openboard(bool demo);
-
-// The port that it listens on.
-int boardport();
+// daemon. `demo` wants a free port. `at` becomes the address. Returns an empty string, or what is
+// wrong.
+std::string openboard(bool demo, std::string &at);
 
 // Serves until it is told to end, by a signal or by the operator; all is given back then.
 void runboard();

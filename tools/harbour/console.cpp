@@ -1,16 +1,15 @@
 // A picture of the whole screen is drawn in memory on each beat and put up when it differs from the
 // one before. A pop-up bursts open on top of it; only the bar with the clock goes on meanwhile.
-//
-// A caller's screen is drawn by the same engine: his output is interpreted, ours is not, and the
-// engine keeps an attribute and an open sequence for that apart. Only the cursor is common.
 
 #include "tools/harbour/console.h"
 
-#include "harbour_texts.h"
 #include "libsrc/plex.h"
+#include "tools/harbour/messages.h"
+#include "tools/harbour/program.h"
+#include "tools/harbour/view.h"
+#include "tools/harbour/visit.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -18,8 +17,6 @@
 
 namespace harbour {
 namespace {
-
-using Picture = std::array<unsigned char, plex::cellbytes>;
 
 constexpr int lastcol = plex::scrcols - 1;
 constexpr int lastrow = plex::scrrows - 1;
@@ -51,17 +48,14 @@ constexpr int32_t BACKSPACE = 8;
 
 enum class Asking { nothing, message, kill, drop, quit };
 
-Picture drawn;  // what is to be seen
-Picture up;     // and what is
-Picture screen; // of the caller that is being viewed
+Picture drawn; // what is to be seen
+Picture up;    // and what is
 std::string address;
 std::deque<std::string> events;
 std::string lasttold;
 int chosen;
 int top; // the first line listed
 bool viewing;
-uint16_t viewcursor;
-std::string openchar; // of the viewed caller's output
 Asking asking = Asking::nothing;
 std::string answered; // what has been typed for it
 bool unseen = true;   // nothing has been put up yet
@@ -70,22 +64,11 @@ Line &current() {
     return lines[static_cast<size_t>(chosen)];
 }
 
-void into(Picture &picture, int bottom = lastrow) {
-    plex::setwin(picture.data(), 0, 0, lastcol, static_cast<uint8_t>(bottom), 0);
-}
-
 // A whole row, filled up or cut.
 void row(int y, unsigned char attribute, std::string what) {
     what.resize(plex::scrcols, ' ');
     plex::setatr(attribute);
     plex::printfat(0, static_cast<uint16_t>(y), "%s", what.c_str());
-}
-
-void clear(Picture &picture) {
-    for (size_t i = 0; i < picture.size(); i += 2) {
-        picture[i] = ' ';
-        picture[i + 1] = PLAIN;
-    }
 }
 
 std::string clock() {
@@ -135,8 +118,8 @@ void drawline(int y, const Line &line) {
 void drawlist() {
     const int count = static_cast<int>(lines.size());
     top = std::clamp(top, chosen - listrows + 1, chosen);
-    into(drawn);
-    clear(drawn);
+    drawin(drawn);
+    blank(drawn);
     drawbar();
     row(1, HEAD, text(0, O_HEAD));
     for (int i = 0; i < std::min(listrows, count); i++) {
@@ -151,8 +134,8 @@ void drawlist() {
 }
 
 void drawview() {
-    drawn = screen;
-    into(drawn);
+    drawn = viewpicture();
+    drawin(drawn);
     row(lastrow, BAR, text(0, O_VIEWKEYS, {std::to_string(chosen + 1), current().program}));
     plex::rstwin();
 }
@@ -166,7 +149,7 @@ void putup(int bottom) {
 
 void refresh() {
     if (asking != Asking::nothing) {
-        into(drawn);
+        drawin(drawn);
         drawbar();
         plex::rstwin();
         putup(0);
@@ -183,34 +166,13 @@ void refresh() {
         unseen = false;
     }
     plex::cursiz(viewing ? 1 : 0);
-    plex::wrcurp(viewing ? viewcursor : 0);
-}
-
-void feed(const std::string &bytes) {
-    plex::setwin(screen.data(), 0, 0, lastcol, lastrow - 1, 1);
-    plex::ansion(1);
-    plex::wrcurp(viewcursor);
-    plex::supisc();
-    plex::rdcurp();
-    plex::compsi();
-    for (const char c : bytes) {
-        if (strchr("\a\016\017", c) == nullptr) { // nor zero bytes; the last two switch fonts
-            plex::outbyt(static_cast<unsigned char>(c));
-        }
-    }
-    viewcursor = plex::dx;
-    plex::ansion(0);
-    plex::rstwin();
+    plex::wrcurp(viewing ? viewcursor() : 0);
 }
 
 void view(bool on) {
     viewing = on && current().state != State::none;
     if (viewing) {
-        clear(screen);
-        viewcursor = 0;
-        openchar.clear();
-        feed("\033[0m\033[1;24r\033[H");
-        seen(current(), current().recent.data(), current().recent.size());
+        openview(current());
     }
     unseen = true;
 }
@@ -228,7 +190,7 @@ void popup(Asking what, int question, Words words) {
     const std::string inside(popupwidth - 2, ' ');
     const std::string edge(popupwidth - 2, '\xCD');
     Picture box;
-    into(box);
+    drawin(box);
     plex::setatr(POPUP);
     plex::printfat(0, 0, "\xC9%s\xBB", edge.c_str());
     for (uint16_t y = 1; y < 5; y++) {
@@ -254,7 +216,8 @@ bool act() {
     unseen = true;
     if (what == Asking::message && busy && !answered.empty()) {
         say(line, T_MESSAGE, {answered});
-    } else if (what == Asking::kill && yes && line.state >= State::starting && busy) {
+        settle(line);
+    } else if (what == Asking::kill && yes && line.busy()) {
         endprogram(line, T_KILLED);
     } else if (what == Asking::drop && yes && busy) {
         endcall(line, T_DROPPED);
@@ -279,13 +242,9 @@ bool answerkey(int32_t key) {
     return true;
 }
 
-void move(int by) {
-    chosen = std::clamp(chosen + by, 0, static_cast<int>(lines.size()) - 1);
-}
-
 void ask(int32_t key) {
     const Line &line = current();
-    const std::string number = std::to_string(chosen + 1);
+    const std::string number = line.number();
     const std::string yes(1, yeskey(0));
     if (key == 'q') {
         popup(Asking::quit, O_QUIT, {yes});
@@ -295,37 +254,27 @@ void ask(int32_t key) {
         popup(Asking::message, O_MESSAGE, {number});
     } else if (key == 'd') {
         popup(Asking::drop, O_DROP, {number, yes});
-    } else if (key == 'k' && line.state >= State::starting) {
+    } else if (key == 'k' && line.busy()) {
         popup(Asking::kill, O_KILL, {number, line.program, yes});
     }
 }
 
 void pressed(int32_t key) {
-    switch (key) {
-    case UP:
-        move(viewing ? 0 : -1);
-        break;
-    case DOWN:
-        move(viewing ? 0 : 1);
-        break;
-    case PAGEUP:
-        move(viewing ? 0 : -listrows);
-        break;
-    case PAGEDOWN:
-        move(viewing ? 0 : listrows);
-        break;
-    case ESCAPE:
-        view(false);
-        break;
-    default:
-        if (key > 0 && key < 0x80) {
-            const int letter = tolower(key);
-            if (letter == 'v' || key == ENTER) {
-                view(!viewing);
-            } else {
-                ask(letter);
-            }
+    constexpr struct {
+        int32_t key;
+        int by;
+    } moves[] = {{UP, -1}, {DOWN, 1}, {PAGEUP, -listrows}, {PAGEDOWN, listrows}};
+    for (const auto &m : moves) {
+        if (key == m.key && !viewing) {
+            chosen = std::clamp(chosen + m.by, 0, static_cast<int>(lines.size()) - 1);
         }
+    }
+    if (key == ESCAPE) {
+        view(false);
+    } else if (key == ENTER || key == 'v' || key == 'V') {
+        view(!viewing);
+    } else if (key > 0 && key < 0x80) {
+        ask(tolower(key));
     }
 }
 
@@ -379,8 +328,7 @@ void tell(const std::string &what) {
 
 void seen(const Line &line, const char *bytes, size_t len) {
     if (viewing && line.index == chosen) {
-        const std::string_view sent(bytes, len);
-        feed(line.utf8 ? fromutf8(sent, openchar) : std::string(sent));
+        feedview(line, bytes, len);
     }
 }
 

@@ -48,11 +48,12 @@ std::string makedemo() {
     return "";
 }
 
-void telldemo(int port) {
-    printf("harbour: call it with       telnet 127.0.0.1 %d\n"
+void telldemo(const std::string &at) {
+    const size_t colon = at.rfind(':');
+    printf("harbour: call it with       telnet %s %s\n"
            "         watch it with      plexview %s\n"
            "         end it with        Ctrl+C\n",
-           port, home.home.c_str());
+           at.substr(0, colon).c_str(), at.c_str() + colon + 1, home.home.c_str());
     fflush(stdout);
 }
 

@@ -13,8 +13,8 @@ void findtexts();
 // string, or what went wrong.
 std::string makedemo();
 
-// Tells how to call it.
-void telldemo(int port);
+// Tells how to call it at that ADDRESS:PORT.
+void telldemo(const std::string &at);
 
 // Removes the home, if one was made.
 void enddemo();

@@ -6,13 +6,13 @@
 #include "tools/harbour/demo.h"
 #include "tools/harbour/menu.h"
 #include "tools/harbour/texts.h"
+#include "tools/options.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <getopt.h>
 #include <string>
 #include <unistd.h>
 
@@ -26,30 +26,16 @@ constexpr char usage[] =
 
 constexpr char lockname[] = "harbour.pid";
 
-[[noreturn]] void fail(const std::string &why) {
-    fprintf(stderr, "harbour: %s\n", why.c_str());
-    enddemo();
-    exit(1);
-}
-
-// What is opened later must not become one of the standard descriptors.
-void needstandardfds() {
-    int fd = 0;
-    do {
-        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    close(fd);
-}
-
 int serve(bool demo) {
     plex::bbshome();
     plex::bgnlog("harbour.log");
     const int lock = plex::maklck(lockname);
     if (lock < 0) {
-        fail("another one runs in this home");
+        plex::fail(1, "another one runs in this home");
     }
     fcntl(lock, F_SETFD, FD_CLOEXEC);
     findtexts();
+    std::string at;
     std::string why = opentexts();
     Menu menu;
     if (why.empty() && !readmenu("harbour.menu", menu)) {
@@ -64,14 +50,14 @@ int serve(bool demo) {
     // As its daemon tells every end: one notice may stand for several that came together.
     setenv("BBSREAP", "all", 0);
     if (why.empty()) {
-        why = openboard(demo);
+        why = openboard(demo, at);
     }
     if (!why.empty()) {
         plex::dellck(lock, lockname);
-        fail(why);
+        plex::fail(1, "%s", why.c_str());
     }
     if (demo) {
-        telldemo(boardport());
+        telldemo(at);
     }
     runboard();
     plex::dellck(lock, lockname);
@@ -82,30 +68,19 @@ int serve(bool demo) {
 } // namespace harbour
 
 int main(int argc, char **argv) {
-    static const option longs[] = {{"demo", no_argument, nullptr, 'd'},
-                                   {"help", no_argument, nullptr, 'h'},
-                                   {nullptr, 0, nullptr, 0}};
+    plex::program = {"harbour", harbour::usage, 2, harbour::enddemo};
     bool demo = false;
-    for (int c = 0; (c = getopt_long(argc, argv, "h", longs, nullptr)) != -1;) {
-        if (c == 'h') {
-            fputs(harbour::usage, stdout);
-            return 0;
-        }
-        if (c != 'd') {
-            fputs(harbour::usage, stderr);
-            return 2;
-        }
+    while (plex::nextoption(argc, argv, "", "demo") != -1) {
         demo = true;
     }
     if (optind < argc) {
-        fputs(harbour::usage, stderr);
-        return 2;
+        plex::wronguse("unknown argument '%s'", argv[optind]);
     }
-    harbour::needstandardfds();
+    plex::standardfds(); // what is opened later must not become one of them
     if (demo) {
         const std::string why = harbour::makedemo();
         if (!why.empty()) {
-            harbour::fail(why);
+            plex::fail(1, "%s", why.c_str());
         }
     }
     const int status = harbour::serve(demo);

@@ -1,6 +1,6 @@
-// One caller: from the answered call through language, menu and programs to the goodbye. What he
-// types and what his program writes pass through two buffers that are filled only as long as the
-// other side takes what there is, so neither grows, and who does not read stops nobody but himself.
+// One caller's line: his socket, the terminal of the program that he uses, and the bytes between
+// them. They pass through two buffers that are filled only as long as the other side takes what
+// there is, so neither grows, and who does not read stops nobody but himself.
 #pragma once
 
 #include "tools/harbour/menu.h"
@@ -55,53 +55,60 @@ struct Line {
     bool callwarned = false; // of the end of the call
     uint64_t typed = 0;      // bytes each way in this call
     uint64_t shown = 0;
+
+    std::string number() const { return std::to_string(index + 1); }
+    bool busy() const { return state == State::starting || state == State::running; }
 };
 
 // All lines; who is not calling is State::none.
 extern std::vector<Line> lines;
 
-// What holds for all calls. Times without end are 0.
+// What holds for all calls, and who is told of what happens on a line. Times without end are 0.
 struct Rules {
     std::chrono::milliseconds idle; // at the menu
     std::chrono::milliseconds call;
     bool watched;                                     // somebody can look: keep `recent`
     void (*tell)(const std::string &what);            // a word for the operator
     void (*seen)(const Line &, const char *, size_t); // what is sent to a caller, as it was
+    void (*pressed)(Line &, char key);                // a key, while no program has it
+    void (*hungup)(Line &);                           // nobody holds the program's terminal now
+    void (*back)(Line &);                             // the program is over
 };
 
 extern Rules rules;
 extern Time rightnow; // when the events came that are being served
-extern Time due;      // when somebody's time is over, at the latest: look() is wanted then
+extern Time due;      // when somebody's time is over, at the latest
 
-// A caller has come. The socket is the line's.
-void answer(Line &line, int caller, const std::string &from);
+// Has `due` not be later than that.
+void hurry(Time when);
+
+// Goes on to a state, which has times of its own.
+void enter(Line &line, State state);
+
+// Takes a socket, with offers to the caller.
+void openline(Line &line, int caller, const std::string &from);
 
 // Events of the socket and of the program's terminal.
 void callerready(Line &line, uint32_t events);
 void masterready(Line &line, uint32_t events);
 
-// What the daemon told: the program runs on this terminal (-1: there was no descriptor left for
-// it), could not be started, has ended; and that the daemon is gone, with all programs.
-void started(Line &line, int master);
-void refused(Line &line);
-void ended(Line &line, int status);
-void servicelost(Line &line);
-
-// The line that a usrnum is about; null when that has gone on to something else.
-Line *lineof(int usrnum);
-
-// Ends what has run out of time, warns who soon will; sets `due` anew.
-void look();
-
-// Sends a text to the caller, in his language; ends his program, or his call, with one.
+// Bytes and texts for the caller; texts in his language.
+void show(Line &line, const char *bytes, size_t len);
 void say(Line &line, int number, Words words = {});
-void endprogram(Line &line, int number);
-void endcall(Line &line, int number, Words words = {});
+
+// The terminal of the program is there, in which what was typed meanwhile is put; or is to be given
+// up.
+void openmaster(Line &line, int master);
+void closemaster(Line &line);
+
+// Ends the program where one runs.
+void stopprogram(Line &line);
+
+// Asks the descriptors for what can be dealt with now; ends a call that is lost. To be called when
+// anything has been done with a line.
+void settle(Line &line);
 
 // Ends the call at once, whatever it was doing.
 void hangup(Line &line);
-
-// Since a time, as "3:07" hours and minutes.
-std::string hoursminutes(Clock::duration time);
 
 } // namespace harbour

@@ -35,7 +35,7 @@ std::string addline(const std::string &line, Menu &menu) {
         fields[i] = trimmed(line.substr(from, bar - from));
         from = bar + 1;
     }
-    std::string open;
+    std::mbstate_t open = {};
     Entry entry = {upper(fields[0][0]), 0, fromutf8(fields[2], open), fields[3]};
     if (fields[0].size() != 1 || isgraph(static_cast<unsigned char>(entry.key)) == 0) {
         return "the key is not one character";
@@ -46,7 +46,7 @@ std::string addline(const std::string &line, Menu &menu) {
     if (findentry(menu, entry.key) != nullptr) {
         return std::string("the key ") + entry.key + " is taken already";
     }
-    if (!readminutes(fields[1], mostminutes, entry.minutes)) {
+    if (!readnumber(fields[1], 0, mostminutes, entry.minutes)) {
         return "the minutes are no number from 0 to 1440";
     }
     if (entry.title.empty() || entry.title.size() > longesttitle) {
@@ -94,10 +94,10 @@ const Entry *findentry(const Menu &menu, char key) {
     return nullptr;
 }
 
-bool readminutes(const std::string &text, double most, double &minutes) {
+bool readnumber(const std::string &text, double least, double most, double &number) {
     char *end = nullptr;
-    minutes = strtod(text.c_str(), &end);
-    return !text.empty() && *end == '\0' && minutes >= 0 && minutes <= most;
+    number = strtod(text.c_str(), &end);
+    return !text.empty() && *end == '\0' && number >= least && number <= most;
 }
 
 } // namespace harbour

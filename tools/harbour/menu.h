@@ -29,7 +29,7 @@ bool readmenu(const char *path, Menu &menu);
 // The entry with that key, in either case; null when there is none.
 const Entry *findentry(const Menu &menu, char key);
 
-// `text` as a number of minutes from 0 to `most`: false when it is none.
-bool readminutes(const std::string &text, double most, double &minutes);
+// `text` as a number within these limits: false when it is none.
+bool readnumber(const std::string &text, double least, double most, double &number);
 
 } // namespace harbour

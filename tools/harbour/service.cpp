@@ -5,11 +5,14 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace harbour {
@@ -27,6 +30,7 @@ struct Request {
 };
 
 plex::OwnDaemon own;
+int sample = -1;                    // a terminal as programs are to have it; its master stays open
 bool starting;                      // ours, which does not listen yet
 Clock::time_point since;            // when it was started
 plex::Hostpart part;                // of an item that is not whole
@@ -41,10 +45,28 @@ void joined() {
     pollfor(own.link, EPOLLIN, events, Source::service);
 }
 
+// Our daemon gives its programs the settings of its standard input: a new terminal's, as callers
+// expect them, and with whole UTF-8 characters erased.
+void maketemplate(bool utf8) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    unlockpt(master);
+    sample = ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    struct termios settings = {};
+    winsize size = {};
+    size.ws_row = 24;
+    size.ws_col = 80;
+    if (sample >= 0 && tcgetattr(sample, &settings) == 0) {
+        settings.c_iflag |= utf8 ? IUTF8 : 0U;
+        tcsetattr(sample, TCSANOW, &settings);
+        ioctl(sample, TIOCSWINSZ, &size);
+    }
+}
+
 // Connects to a daemon that runs, or starts one.
 std::string reach() {
     own.home = ".";
     own.kept = true;
+    own.input = sample;
     own.link = plex::hostopen(".");
     if (own.link >= 0) {
         joined();
@@ -85,7 +107,11 @@ void lose() {
 
 } // namespace
 
-std::string openservice() {
+std::string openservice(bool utf8) {
+    maketemplate(utf8);
+    if (sample < 0) {
+        return std::string("cannot open a terminal: ") + strerror(errno);
+    }
     std::string why = reach();
     while (why.empty() && starting) {
         poll(nullptr, 0, pause);

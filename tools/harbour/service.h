@@ -8,9 +8,10 @@
 
 namespace harbour {
 
-// Connects to the daemon in the working directory, starting one if need be, and waits for that.
-// Returns an empty string, or what went wrong.
-std::string openservice();
+// Connects to the daemon in the working directory, starting one if need be, and waits for that. One
+// of ours gives programs a terminal that edits lines as UTF-8, or as bytes. Returns an empty
+// string, or what went wrong.
+std::string openservice(bool utf8);
 
 // Ends a daemon of our own, which ends its programs.
 void closeservice();

@@ -1,10 +1,12 @@
 #include "tools/harbour/texts.h"
 
-#include "harbour_texts.h"
 #include "libsrc/plex.h"
 #include "libunix/common/cp437.h"
+#include "tools/harbour/messages.h"
 
 #include <cctype>
+#include <climits>
+#include <clocale>
 #include <cstdio>
 
 namespace harbour {
@@ -12,37 +14,12 @@ namespace {
 
 constexpr int longest = 4096; // bytes of a message
 
-void append(std::string &out, wchar_t c) {
-    const auto code = static_cast<unsigned>(c);
-    if (code < 0x80) {
-        out += static_cast<char>(code);
-    } else if (code < 0x800) {
-        out += static_cast<char>(0xC0 | code >> 6);
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    } else {
-        out += static_cast<char>(0xE0 | code >> 12);
-        out += static_cast<char>(0x80 | (code >> 6 & 0x3F));
-        out += static_cast<char>(0x80 | (code & 0x3F));
-    }
-}
-
-// The bytes of the character that `first` begins; 0 when it begins none.
-size_t lengthof(unsigned char first) {
-    return first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF5 ? 4 : 0;
-}
-
-char decoded(const std::string &character) {
-    unsigned code = static_cast<unsigned char>(character[0]) & 0x7FU >> character.size();
-    for (size_t i = 1; i < character.size(); i++) {
-        code = code << 6 | (static_cast<unsigned char>(character[i]) & 0x3FU);
-    }
-    const int byte = plex::tocp437(code);
-    return byte < 0 ? '?' : static_cast<char>(byte);
-}
-
 } // namespace
 
 std::string opentexts() {
+    if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr) {
+        return "the system has no C.UTF-8 locale";
+    }
     plex::inilingo();
     plex::inimsg(longest);
     const plex::msgblk *file = plex::opnmsg("harbour.mcv");
@@ -82,6 +59,17 @@ bool plainlanguage(int language) {
     return plex::findstg("/ascii", plex::languages[language]->name) != 0;
 }
 
+std::string withoutcolours(std::string_view text) {
+    std::string out;
+    bool escape = false;
+    for (const char c : text) {
+        escape = escape || c == '\033';
+        out.append(escape || static_cast<unsigned char>(c) < ' ' ? 0 : 1, c);
+        escape = escape && c != 'm';
+    }
+    return out;
+}
+
 char yeskey(int language) {
     const char *yes = plex::languages[language]->yes;
     return static_cast<char>(tolower(static_cast<unsigned char>(*yes != '\0' ? *yes : 'y')));
@@ -91,31 +79,29 @@ std::string toutf8(std::string_view bytes) {
     std::string out;
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
-        append(out, byte < 0x80 ? static_cast<wchar_t>(byte) : plex::fromcp437(byte));
+        char character[MB_LEN_MAX] = {c};
+        std::mbstate_t state = {};
+        const size_t n = byte < 0x80 ? 1 : wcrtomb(character, plex::fromcp437(byte), &state);
+        out.append(character, n);
     }
     return out;
 }
 
-std::string fromutf8(std::string_view bytes, std::string &open) {
+std::string fromutf8(std::string_view bytes, std::mbstate_t &open) {
     std::string out;
     for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (!open.empty() && (byte & 0xC0) == 0x80) {
-            open += c;
-            if (open.size() == lengthof(static_cast<unsigned char>(open[0]))) {
-                out += decoded(open);
-                open.clear();
-            }
-            continue;
-        }
-        out.append(open.empty() ? 0 : 1, '?');
-        open.clear();
-        if (byte < 0x80) {
-            out += c;
-        } else if (lengthof(byte) != 0) {
-            open = c;
-        } else {
+        wchar_t character = 0;
+        size_t n = mbrtowc(&character, &c, 1, &open);
+        if (n == static_cast<size_t>(-1)) { // no character; but one may begin with this byte
+            open = {};
             out += '?';
+            n = static_cast<signed char>(c) >= 0 ? mbrtowc(&character, &c, 1, &open)
+                                                 : static_cast<size_t>(-2);
+        }
+        if (n <= 1) {
+            const int byte = character < 0x80 ? static_cast<unsigned char>(c)
+                                              : plex::tocp437(static_cast<wint_t>(character));
+            out += static_cast<char>(byte < 0 ? '?' : byte);
         }
     }
     return out;
