@@ -55,8 +55,12 @@ void tell(AtFork where) {
 
 // Gives the slave to the user who runs us, whom its command will run as: the kernel gives it to the
 // effective user who opened the master, and what grantpt would do about that it does not do here.
-int giveslave(const char *slave) {
-    return getuid() == geteuid() ? 0 : chown(slave, getuid(), static_cast<gid_t>(-1));
+int giveslave(int fdm) {
+    if (getuid() == geteuid()) {
+        return 0;
+    }
+    const char *slave = ptsname(fdm);
+    return slave == nullptr ? -1 : chown(slave, getuid(), static_cast<gid_t>(-1));
 }
 
 // The child's part: a session, the slave, and the slave as descriptors 0, 1 and 2.
@@ -119,7 +123,7 @@ int ptym_open(char *pts_name) {
     if (fdm < 0) {
         failed = "ptym_open:open";
         code = -1;
-    } else if (grantpt(fdm) < 0) {
+    } else if (grantpt(fdm) < 0 || giveslave(fdm) < 0) {
         failed = "ptym_open:grantpt";
         code = -2;
     } else if (unlockpt(fdm) < 0) {
@@ -128,9 +132,6 @@ int ptym_open(char *pts_name) {
     } else if ((slave = ptsname(fdm)) == nullptr) {
         failed = "ptym_open:ptsname";
         code = -4;
-    } else if (giveslave(slave) < 0) {
-        failed = "ptym_open:grantpt"; // part of what that means
-        code = -2;
     }
     if (failed != nullptr) {
         const int cause = errno; // the caller reports it too
