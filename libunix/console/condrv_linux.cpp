@@ -120,7 +120,7 @@ void watchtheend() {
     if (!watched) {
         watched = true;
         atexit(giveback);
-        at_quick_exit(giveback);
+        [[maybe_unused]] const int kept = at_quick_exit(giveback);
     }
     // An exhausted stack leaves no room for a handler on it.
     static std::array<char, 65536> handlerstack;

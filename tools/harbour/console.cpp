@@ -122,8 +122,8 @@ void drawlist() {
     blank(drawn);
     drawbar();
     row(1, HEAD, text(0, O_HEAD));
-    for (int i = 0; i < std::min(listrows, count); i++) {
-        drawline(listtop + i, lines[static_cast<size_t>(top + i)]);
+    for (int i = top; i < std::min(top + listrows, count); i++) {
+        drawline(listtop + i - top, lines[static_cast<size_t>(i)]);
     }
     row(eventtop - 1, HEAD, std::string(plex::scrcols, '\xC4'));
     for (size_t i = 0; i < events.size(); i++) {

@@ -31,7 +31,7 @@ void findtexts() {
 }
 
 std::string makedemo() {
-    const std::string why = plex::makehome(home);
+    std::string why = plex::makehome(home);
     if (!why.empty()) {
         return why;
     }

@@ -72,7 +72,7 @@ std::string reach() {
         joined();
         return "";
     }
-    const std::string why = plex::startdaemon(own);
+    std::string why = plex::startdaemon(own);
     starting = why.empty();
     since = Clock::now();
     return why;
