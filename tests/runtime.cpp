@@ -216,7 +216,7 @@ TEST_F(Runtime, Background) {
               "|111000|0");
     const uid_t user = getuid() == 0 ? 65534 : getuid(); // root may be somebody's program
     EXPECT_EQ(told([&] {
-                  getuid() == 0 ? setresuid(user, 0, 0) : 0;
+                  EXPECT_EQ(getuid() == 0 ? setresuid(user, 0, 0) : 0, 0);
                   const uid_t first = geteuid();
                   relpriv();
                   const uid_t released = geteuid();

@@ -67,7 +67,7 @@ for page in "$files"/usr/share/man/man?/*.gz; do
         { echo "$page: man complains"; exit 1; }
 done
 if command -v systemd-analyze >/dev/null; then
-    sed -i "s,/usr/sbin/,$files&," "$files"/usr/lib/systemd/system/*
+    sed -i -E "s,/usr/s?bin/,$files&," "$files"/usr/lib/systemd/system/*
     quietly systemd-analyze --man=no verify "$files"/usr/lib/systemd/system/*
     [ ! -s "$work/log" ] || { cat "$work/log"; exit 1; }
 else
