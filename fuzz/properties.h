@@ -189,8 +189,10 @@ inline std::string violated(const std::string &stream) {
     if (!intact) {
         return "bytes beside the image changed";
     }
-    if (outside || regions) {
-        return ""; // what is written starts outside the window
+    // What is written starts outside the window, or a backspace above a scroll region leads out.
+    const auto has = [&](char c) { return bytes.find(c) != std::string::npos; };
+    if (outside || regions || (has('\b') && has('r'))) {
+        return "";
     }
     const plex::scrstate &win = plex::curatr;
     for (int row = 0; row < plex::scrrows; row++) {
