@@ -23,9 +23,8 @@ int languages() {
     return std::min(plex::nlingo, mostlanguages);
 }
 
-std::string padded(std::string text, size_t columns) {
-    text.resize(std::max(text.size(), columns), ' ');
-    return text;
+std::string padded(const std::string &text, size_t columns) {
+    return text + std::string(columns - std::min(text.size(), columns), ' ');
 }
 
 std::string hoursminutes(Clock::duration time) {
