@@ -199,10 +199,10 @@ void unknown() {
     outlit(curatr.lstcmd);
 }
 
-// Words are shorter than this, and where they end no branch can foretell: they are written as they
-// are read, which is one wrong guess each (bench-screen's "places": 8 %). Longer runs are read
+// Words are hardly longer than this, and where they end no branch can foretell: they are written as
+// they are read, which is one wrong guess each (bench-screen's "places": 8 %). Longer runs are read
 // first and then written, which the compiler does many cells at a time.
-constexpr size_t word = 8;
+constexpr size_t word = 6;
 
 // Writes the glyphs at the start of `s` that go into the rest of the line as one run: how many. A
 // control character that is a glyph ends it too.
