@@ -2,6 +2,7 @@
 // (terminals with their commands, kills, the endpoint, the exit) is played here. What the bytes ask
 // for is worked out beside it, and compared with whom it killed and what its host was told.
 
+#include "fuzz/entry.h"
 #include "libunix/daemon/state.h"
 #include "libunix/host/hostlink.h"
 #include "libunix/plumbing/csfd.h"
@@ -21,6 +22,8 @@ int vosterd_main(int argc, char **argv); // the daemon's main
 
 namespace {
 
+using fuzz::require;
+
 constexpr size_t most = 16 * sizeof(plex::servermsg); // the link's buffer holds all answers
 constexpr int firstpid = 1 << 24;                     // beyond any process that there is
 
@@ -35,12 +38,6 @@ int status;
 int nextpid;
 std::vector<int> killed;
 std::vector<bool> refusals; // whether the commands asked for get no terminal; the first is last
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 // Some commands get no terminal.
 bool refused(const plex::servermsg &m) {
@@ -80,12 +77,6 @@ void check(const unsigned char *data, size_t size) {
     require(plex::hostread(ends[1], none) == plex::Link::ended);
     require(kills == killed);
     require(status == (size == 0 ? 0 : 150)); // a part of a record is an error without a number
-}
-
-void leave() {
-    char home[256] = "";
-    unlink(plex::LOCKNAME);
-    rmdir(getcwd(home, sizeof home));
 }
 
 } // namespace
@@ -141,9 +132,8 @@ extern "C" [[noreturn]] void __wrap_exit(int code) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
-    char home[] = "/tmp/fuzz.XXXXXX";
-    require(mkdtemp(home) != nullptr && chdir(home) == 0);
-    atexit(leave);
+    fuzz::home();
+    fuzz::leftover = plex::LOCKNAME;
     setenv("BBSCONFIG", "/dev/null", 1);
     setenv("BBSLOG", "stdout", 1); // which libFuzzer discards
     return 0;
