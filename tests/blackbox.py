@@ -199,7 +199,8 @@ class DaemonSuite(unittest.TestCase):
         spew("cfg", f"HOME={self.home}\n{cfg}")
         own = {"BBSCONFIG": f"{self.home}/cfg", "HOME": "/nowhere"}
         with open("stderr", "w", encoding="ascii") as err:
-            self.daemon = self.popen(file or self.file, *args, env=own | dict(env), **{"stdout": err, "stderr": err} | more)
+            more = {"stdout": err, "stderr": err} | more
+            self.daemon = self.popen(file or self.file, *args, env=own | dict(env), **more)
 
     def begin(self, *args, **more):
         self.start(*args, **more)
