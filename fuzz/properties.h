@@ -109,82 +109,77 @@ inline std::string violated(const std::string &stream) {
         return "";
     }
     const auto setting = [&](size_t i) { return static_cast<uint8_t>(stream[i]); };
+    const auto on = [&](int bit) { return (setting(0) & bit) != 0; };
     std::string bytes = stream.substr(settings);
     std::replace(bytes.begin(), bytes.end(), '\0', '\1'); // what ends a string
     const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const size_t len = bytes.size();
-    const bool flags = (setting(0) & 1) != 0;
     const uint8_t left = setting(1) % 80;
     const uint8_t top = setting(2) % 25;
     const auto right = static_cast<uint8_t>(left + setting(3) % (80 - left));
     const auto bottom = static_cast<uint8_t>(top + setting(4) % (25 - top));
     std::minstd_rand rng(setting(5) + 1U);
+    const auto below = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
     // A scroll region from before the window, and a cursor that stands anywhere.
-    const bool regions = (setting(0) & 16) != 0;
-    const bool outside = (setting(0) & 32) != 0;
-    const int rgntop = static_cast<int>(rng() % 24);
-    const int rgnbot = rgntop + 1 + static_cast<int>(rng() % (24U - static_cast<unsigned>(rgntop)));
-    const int column = static_cast<int>(rng() % 256);
-    const int row = static_cast<int>(rng() % 256);
+    const bool regions = on(16);
+    const bool outside = on(32);
+    const int rgntop = below(24);
+    const int rgnbot = rgntop + 1 + below(24 - rgntop);
+    const int column = below(256);
+    const int row = below(256);
     bool intact = true;
-    const auto run = [&](bool keepflags, const auto &feed) {
-        restart(arena, keepflags ? plex::DSP_REMOTE : plex::DSP_NULL);
+    // Feeds the stream in pieces of `most` bytes at most, of which `feed` may take more.
+    const auto run = [&](bool flags, int most, const auto &feed) {
+        restart(arena, flags ? plex::DSP_REMOTE : plex::DSP_NULL);
         if (regions) {
             plex::ansion(1);
             plex::unxprntf("\33[%d;%dr", rgntop + 1, rgnbot + 1);
         }
-        if ((setting(0) & 2) != 0) {
-            plex::setwin(nullptr, left, top, right, bottom, (setting(0) & 4) != 0);
+        if (on(2)) {
+            plex::setwin(nullptr, left, top, right, bottom, on(4));
         }
-        plex::ansion((setting(0) & 8) != 0 ? 0 : 1);
+        plex::ansion(on(8) ? 0 : 1);
         plex::locate(outside ? column : (plex::curatr.wleft + plex::curatr.wright) / 2,
                      outside ? row : plex::curatr.wtop);
         plex::bgnout();
-        feed();
+        for (size_t at = 0; at < bytes.size();) {
+            at += feed(at, std::min(static_cast<size_t>(1 + below(most)), bytes.size() - at));
+        }
         plex::wrcurp(plex::dx);
         intact = intact && arena.intact();
         return state(arena);
     };
     std::vector<bool> mayend;
-    const std::string expected = run(flags, [&] {
-        for (const char byte : bytes) {
-            const auto c = static_cast<unsigned char>(byte);
-            plex::outbyt(c);
-            mayend.push_back(agree());
+    const auto single = [&](size_t at, size_t /*n*/) {
+        plex::outbyt(data[at]);
+        mayend.push_back(agree());
+        return 1;
+    };
+    const auto piece = [&](size_t at, size_t n) {
+        plex::outbuf(data + at, n);
+        return n;
+    };
+    const std::string expected = run(on(1), 1, single);
+    for (const int most : {1 << 30, 40}) {
+        if (run(on(1), most, piece) != expected) {
+            return "pieces of up to " + std::to_string(most) + " are not as single bytes";
         }
-    });
-    if (run(flags, [&] { plex::outbuf(data, len); }) != expected) {
-        return "the whole stream gives something else than single bytes";
-    }
-    const std::string pieces = run(flags, [&] {
-        for (size_t n = 0, at = 0; at < len; at += n) {
-            n = std::min<size_t>(1 + rng() % 40, len - at);
-            plex::outbuf(data + at, n);
-        }
-    });
-    if (pieces != expected) {
-        return "pieces give something else than single bytes";
     }
     // On the other kind of display: the same cells.
-    const std::string calls = run(!flags, [&] {
-        for (size_t n = 0, at = 0; at < len; at += n) {
-            n = std::min<size_t>(1 + rng() % 60, len - at);
-            while (at + n < len && !mayend[at + n - 1]) {
-                n++;
-            }
-            plex::unxprntf("%s", bytes.substr(at, n).c_str());
+    const std::string calls = run(!on(1), 60, [&](size_t at, size_t n) {
+        while (at + n < bytes.size() && !mayend[at + n - 1]) {
+            n++;
         }
+        plex::unxprntf("%s", bytes.substr(at, n).c_str());
+        return n;
     });
     if (calls.compare(0, plex::cellbytes, expected, 0, plex::cellbytes) != 0) {
         return "print calls give something else than single bytes";
     }
-    run(true, [&] {
-        for (const char byte : bytes) {
-            const auto c = static_cast<unsigned char>(byte);
-            plex::bgnout();
-            plex::outbyt(c);
-            plex::wrcurp(plex::dx);
-        }
+    run(true, 1, [&](size_t at, size_t /*n*/) {
+        plex::bgnout();
+        plex::outbyt(data[at]);
+        plex::wrcurp(plex::dx);
+        return 1;
     });
     if (!intact) {
         return "bytes beside the image changed";
@@ -195,9 +190,9 @@ inline std::string violated(const std::string &stream) {
         return "";
     }
     const plex::scrstate &win = plex::curatr;
-    for (int row = 0; row < plex::scrrows; row++) {
-        if (plex::updflg[row] != 0 && (row < win.wtop || row > win.wbottom)) {
-            return "row " + std::to_string(row) + " outside the window is marked";
+    for (int i = 0; i < plex::scrrows; i++) {
+        if (plex::updflg[i] != 0 && (i < win.wtop || i > win.wbottom)) {
+            return "row " + std::to_string(i) + " outside the window is marked";
         }
     }
     return changed(arena, win.wleft, win.wtop, win.wright, win.wbottom);
