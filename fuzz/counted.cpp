@@ -1,5 +1,5 @@
-// Counts the bytes that libFuzzer gives an entry, in the file that FUZZ_BYTES names: for a long run,
-// which is made in pieces and may end in a crash.
+// Counts the bytes that libFuzzer gives an entry, in the file that FUZZ_BYTES names: for a long
+// run, which is made in pieces and may end in a crash.
 
 #include <cstdint>
 #include <cstdlib>

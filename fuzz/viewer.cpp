@@ -65,9 +65,8 @@ void keys(std::string_view bytes) {
 // An odd announcement stands for this process's id; any other is not the viewer's own.
 void newviewer(std::string_view input) {
     std::string bytes(input);
-    const bool own = bytes.size() >= sizeof pid && (bytes[0] & 1) != 0;
     const int32_t id = getpid();
-    if (own) {
+    if (bytes.size() >= sizeof pid && (bytes[0] & 1) != 0) {
         memcpy(bytes.data(), &id, sizeof id);
     }
     const int before = viewer;
@@ -83,7 +82,7 @@ void newviewer(std::string_view input) {
         pid = -1;
         dropped();
     } else {
-        pid = own ? id : 0;
+        pid = memcmp(bytes.data(), &id, sizeof id) == 0 ? id : 0;
         keys(std::string_view(bytes).substr(sizeof pid));
     }
 }
