@@ -1,13 +1,15 @@
 // What the entries share.
 #pragma once
 
+#include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
 
 namespace fuzz {
 
-inline void require(bool holds) {
+inline void require(bool holds, const char *what = "what must hold does not") {
     if (!holds) {
+        fprintf(stderr, "%s\n", what);
         abort();
     }
 }
