@@ -171,6 +171,7 @@ Could not find child (pid=0)
                 self.eventually(lambda: "pipe" in slurp(f"/proc/{self.daemon.pid}/wchan"))
                 self.signal(signal.SIGTERM)
                 self.assertEqual(self.wait()[0], 115)
+                self.noneleft()
                 os.close(reader)
 
     def testSetUserId(self):
