@@ -2,6 +2,7 @@
 // sizes and replies; what comes out is bounded by what came in; and what is written to him
 // afterwards comes back whole out of its escapes.
 
+#include "fuzz/entry.h"
 #include "tools/harbour/telnet.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 
 namespace {
 
+using fuzz::require;
+
 constexpr char iac = '\xff';
 
 struct Heard {
@@ -18,12 +21,6 @@ struct Heard {
     std::string events;
     std::string sent;
 };
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 Heard &heard(void *who) {
     return *static_cast<Heard *>(who);

@@ -1,5 +1,6 @@
 // Command strings: what the passes may do to them, and what reaches execv.
 
+#include "fuzz/entry.h"
 #include "libunix/plumbing/prsstr.h"
 
 #include <algorithm>
@@ -12,18 +13,14 @@
 
 namespace {
 
+using fuzz::require;
+
 constexpr size_t most = 1024; // a command line
 constexpr size_t mostargs = 49;
 
 std::string text; // what dospawn was given
 char *buf;        // a copy that it works on, with nothing behind it
 int executed;
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 std::string without(std::string s, char c) {
     s.erase(std::remove(s.begin(), s.end(), c), s.end());

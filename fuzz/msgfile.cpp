@@ -2,6 +2,7 @@
 // language and the size of the buffer; the rest is the file.
 
 #include "libsrc/common/msgfile.h"
+#include "fuzz/entry.h"
 #include "fuzz/survive.h"
 #include "libsrc/catastro/catastro.h"
 #include "libsrc/common/lingo.h"
@@ -28,9 +29,7 @@ void openfile() {
 
 void readmessage() {
     const char *text = plex::rawmsg(message);
-    if (static_cast<int>(strlen(text)) > plex::mxmssz) {
-        abort();
-    }
+    fuzz::require(static_cast<int>(strlen(text)) <= plex::mxmssz);
 }
 
 // A block that was never opened whole belongs to nobody.
@@ -60,10 +59,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     plex::msgbuf = nullptr;
     plex::mxmssz = 0;
     plex::inimsg(data[1] / 6 + 1);
-    if (ftruncate(fd, 0) != 0 ||
-        pwrite(fd, data + 2, size - 2, 0) != static_cast<ssize_t>(size - 2)) {
-        abort();
-    }
+    fuzz::require(ftruncate(fd, 0) == 0 &&
+                  pwrite(fd, data + 2, size - 2, 0) == static_cast<ssize_t>(size - 2));
     if (fuzz::survives(openfile)) {
         const int count = std::min<int>(plex::curmbk->msgcnt, mosttried);
         for (message = -1; message <= count; message++) {

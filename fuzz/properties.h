@@ -1,10 +1,11 @@
-// What holds for any stream of bytes, for the property test and the fuzzer.
+// What holds for any stream of bytes on the screen, and the guarded image that shows it.
 //
 // However a stream is cut, the picture and the state are the same. With one exception, kept on
 // purpose: after an erase to the end of the screen the same print call goes on elsewhere, so a call
 // may only end where the registers agree.
 #pragma once
 
+#include "fuzz/entry.h"
 #include "libunix/console/trm.h"
 #include "libunix/screen/ansi.h"
 #include "libunix/screen/print.h"
@@ -71,6 +72,19 @@ inline void restart(Arena &arena, int32_t type) {
     plex::canscro = 0;
 }
 
+// The first cell outside of a rectangle that is not as fill() left it; empty when there is none.
+inline std::string changed(Arena &arena, int left, int top, int right, int bottom) {
+    for (int i = 0; i < plex::scrrows * plex::scrcols; i++) {
+        const int column = i % plex::scrcols;
+        const int row = i / plex::scrcols;
+        if (arena.changed(static_cast<size_t>(i)) &&
+            (column < left || column > right || row < top || row > bottom)) {
+            return "column " + std::to_string(column) + " row " + std::to_string(row) + " changed";
+        }
+    }
+    return arena.intact() ? "" : "bytes beside the image changed";
+}
+
 // Everything that a later byte could meet.
 inline std::string state(Arena &arena) {
     using namespace plex;
@@ -87,120 +101,93 @@ inline bool agree() {
            reinterpret_cast<uintptr_t>(plex::iscstt) + 2 * cell;
 }
 
-// The first cell outside of a rectangle that is not as fill() left it; empty when there is none.
-inline std::string changed(Arena &arena, int left, int top, int right, int bottom) {
-    for (int i = 0; i < plex::scrrows * plex::scrcols; i++) {
-        const int column = i % plex::scrcols;
-        const int row = i / plex::scrcols;
-        if (arena.changed(static_cast<size_t>(i)) &&
-            (column < left || column > right || row < top || row > bottom)) {
-            return "column " + std::to_string(column) + " row " + std::to_string(row) + " changed";
-        }
-    }
-    return arena.intact() ? "" : "bytes beside the image changed";
-}
-
-// Says what does not hold for `stream`, whose first bytes choose window and settings; empty when
-// everything does.
-inline std::string violated(const std::string &stream) {
+// Ends the program unless all holds for a stream, whose first bytes choose window and settings.
+inline void holds(const uint8_t *stream, size_t size) {
     static Arena arena(false);
     constexpr size_t settings = 6;
-    if (stream.size() < settings) {
-        return "";
+    if (size < settings) {
+        return;
     }
-    const auto setting = [&](size_t i) { return static_cast<uint8_t>(stream[i]); };
-    std::string bytes = stream.substr(settings);
+    const auto on = [&](int bit) { return (stream[0] & bit) != 0; };
+    std::string bytes(reinterpret_cast<const char *>(stream) + settings, size - settings);
     std::replace(bytes.begin(), bytes.end(), '\0', '\1'); // what ends a string
     const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const size_t len = bytes.size();
-    const bool flags = (setting(0) & 1) != 0;
-    const uint8_t left = setting(1) % 80;
-    const uint8_t top = setting(2) % 25;
-    const auto right = static_cast<uint8_t>(left + setting(3) % (80 - left));
-    const auto bottom = static_cast<uint8_t>(top + setting(4) % (25 - top));
-    std::minstd_rand rng(setting(5) + 1U);
+    const uint8_t left = stream[1] % 80;
+    const uint8_t top = stream[2] % 25;
+    const auto right = static_cast<uint8_t>(left + stream[3] % (80 - left));
+    const auto bottom = static_cast<uint8_t>(top + stream[4] % (25 - top));
+    std::minstd_rand rng(stream[5] + 1U);
+    const auto below = [&](int n) { return static_cast<int>(rng() % static_cast<unsigned>(n)); };
     // A scroll region from before the window, and a cursor that stands anywhere.
-    const bool regions = (setting(0) & 16) != 0;
-    const bool outside = (setting(0) & 32) != 0;
-    const int rgntop = static_cast<int>(rng() % 24);
-    const int rgnbot = rgntop + 1 + static_cast<int>(rng() % (24U - static_cast<unsigned>(rgntop)));
-    const int column = static_cast<int>(rng() % 256);
-    const int row = static_cast<int>(rng() % 256);
-    bool intact = true;
-    const auto run = [&](bool keepflags, const auto &feed) {
-        restart(arena, keepflags ? plex::DSP_REMOTE : plex::DSP_NULL);
+    const bool regions = on(16);
+    const bool outside = on(32);
+    const int rgntop = below(24);
+    const int rgnbot = rgntop + 1 + below(24 - rgntop);
+    const int column = below(256);
+    const int row = below(256);
+    // Feeds the stream in pieces of `most` bytes at most, of which `feed` may take more.
+    const auto run = [&](bool flags, int most, const auto &feed) {
+        restart(arena, flags ? plex::DSP_REMOTE : plex::DSP_NULL);
         if (regions) {
             plex::ansion(1);
             plex::unxprntf("\33[%d;%dr", rgntop + 1, rgnbot + 1);
         }
-        if ((setting(0) & 2) != 0) {
-            plex::setwin(nullptr, left, top, right, bottom, (setting(0) & 4) != 0);
+        if (on(2)) {
+            plex::setwin(nullptr, left, top, right, bottom, on(4));
         }
-        plex::ansion((setting(0) & 8) != 0 ? 0 : 1);
+        plex::ansion(on(8) ? 0 : 1);
         plex::locate(outside ? column : (plex::curatr.wleft + plex::curatr.wright) / 2,
                      outside ? row : plex::curatr.wtop);
         plex::bgnout();
-        feed();
+        for (size_t at = 0; at < bytes.size();) {
+            at += feed(at, std::min(static_cast<size_t>(1 + below(most)), bytes.size() - at));
+        }
         plex::wrcurp(plex::dx);
-        intact = intact && arena.intact();
+        fuzz::require(arena.intact(), "bytes beside the image changed");
         return state(arena);
     };
     std::vector<bool> mayend;
-    const std::string expected = run(flags, [&] {
-        for (const char byte : bytes) {
-            const auto c = static_cast<unsigned char>(byte);
-            plex::outbyt(c);
-            mayend.push_back(agree());
-        }
-    });
-    if (run(flags, [&] { plex::outbuf(data, len); }) != expected) {
-        return "the whole stream gives something else than single bytes";
-    }
-    const std::string pieces = run(flags, [&] {
-        for (size_t n = 0, at = 0; at < len; at += n) {
-            n = std::min<size_t>(1 + rng() % 40, len - at);
-            plex::outbuf(data + at, n);
-        }
-    });
-    if (pieces != expected) {
-        return "pieces give something else than single bytes";
+    const auto single = [&](size_t at, size_t /*n*/) {
+        plex::outbyt(data[at]);
+        mayend.push_back(agree());
+        return 1;
+    };
+    const auto piece = [&](size_t at, size_t n) {
+        plex::outbuf(data + at, n);
+        return n;
+    };
+    const std::string expected = run(on(1), 1, single);
+    for (const int most : {1 << 30, 40}) {
+        fuzz::require(run(on(1), most, piece) == expected, "pieces are not as single bytes");
     }
     // On the other kind of display: the same cells.
-    const std::string calls = run(!flags, [&] {
-        for (size_t n = 0, at = 0; at < len; at += n) {
-            n = std::min<size_t>(1 + rng() % 60, len - at);
-            while (at + n < len && !mayend[at + n - 1]) {
-                n++;
-            }
-            plex::unxprntf("%s", bytes.substr(at, n).c_str());
+    const std::string calls = run(!on(1), 60, [&](size_t at, size_t n) {
+        while (at + n < bytes.size() && !mayend[at + n - 1]) {
+            n++;
         }
+        plex::unxprntf("%s", bytes.substr(at, n).c_str());
+        return n;
     });
-    if (calls.compare(0, plex::cellbytes, expected, 0, plex::cellbytes) != 0) {
-        return "print calls give something else than single bytes";
-    }
-    run(true, [&] {
-        for (const char byte : bytes) {
-            const auto c = static_cast<unsigned char>(byte);
-            plex::bgnout();
-            plex::outbyt(c);
-            plex::wrcurp(plex::dx);
-        }
+    fuzz::require(calls.compare(0, plex::cellbytes, expected, 0, plex::cellbytes) == 0,
+                  "print calls are not as single bytes");
+    run(true, 1, [&](size_t at, size_t /*n*/) {
+        plex::bgnout();
+        plex::outbyt(data[at]);
+        plex::wrcurp(plex::dx);
+        return 1;
     });
-    if (!intact) {
-        return "bytes beside the image changed";
-    }
     // What is written starts outside the window, or a backspace above a scroll region leads out.
     const auto has = [&](char c) { return bytes.find(c) != std::string::npos; };
     if (outside || regions || (has('\b') && has('r'))) {
-        return "";
+        return;
     }
     const plex::scrstate &win = plex::curatr;
-    for (int row = 0; row < plex::scrrows; row++) {
-        if (plex::updflg[row] != 0 && (row < win.wtop || row > win.wbottom)) {
-            return "row " + std::to_string(row) + " outside the window is marked";
-        }
+    for (int i = 0; i < plex::scrrows; i++) {
+        fuzz::require(plex::updflg[i] == 0 || (i >= win.wtop && i <= win.wbottom),
+                      "a row outside the window is marked");
     }
-    return changed(arena, win.wleft, win.wtop, win.wright, win.wbottom);
+    const std::string what = changed(arena, win.wleft, win.wtop, win.wright, win.wbottom);
+    fuzz::require(what.empty(), what.c_str());
 }
 
 } // namespace test

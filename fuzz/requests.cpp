@@ -2,6 +2,7 @@
 // (terminals with their commands, kills, the endpoint, the exit) is played here. What the bytes ask
 // for is worked out beside it, and compared with whom it killed and what its host was told.
 
+#include "fuzz/entry.h"
 #include "libunix/daemon/state.h"
 #include "libunix/host/hostlink.h"
 #include "libunix/plumbing/csfd.h"
@@ -21,6 +22,8 @@ int vosterd_main(int argc, char **argv); // the daemon's main
 
 namespace {
 
+using fuzz::require;
+
 constexpr size_t most = 16 * sizeof(plex::servermsg); // the link's buffer holds all answers
 constexpr int firstpid = 1 << 24;                     // beyond any process that there is
 
@@ -32,25 +35,18 @@ int ends[2]; // of the link: the daemon's, ours
 bool serving;
 jmp_buf over;
 int status;
-int nextpid;
+int launches;
 std::vector<int> killed;
-std::vector<bool> refusals; // whether the commands asked for get no terminal; the first is last
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 // Some commands get no terminal.
-bool refused(const plex::servermsg &m) {
-    return m.cmdstg[0] == '!';
+bool refused(int launch) {
+    return launch % 4 == 1;
 }
 
 void check(const unsigned char *data, size_t size) {
     std::vector<command> running; // the most recent first
     std::vector<int> kills;
-    int pid = firstpid;
+    launches = 0;
     for (; size >= sizeof(plex::servermsg); size -= sizeof(plex::servermsg)) {
         plex::servermsg m;
         memcpy(&m, data, sizeof m);
@@ -63,13 +59,14 @@ void check(const unsigned char *data, size_t size) {
         } else if (m.msgtyp == plex::MSG_RUN) {
             plex::clientmsg reply;
             require(plex::hostread(ends[1], reply) == plex::Link::got);
-            require(reply.msgtyp == (refused(m) ? plex::MSG_FAILED : plex::MSG_STARTED));
-            if (!refused(m)) {
+            const bool none = refused(launches++);
+            require(reply.msgtyp == (none ? plex::MSG_FAILED : plex::MSG_STARTED));
+            if (!none) {
                 int fd = -1;
                 require(reply.usrnum == m.usrnum && reply.message == 0);
                 require(plex::hostfd(ends[1], fd) == plex::Link::got);
                 close(fd);
-                running.insert(running.begin(), {m.usrnum, pid++});
+                running.insert(running.begin(), {m.usrnum, firstpid + launches});
             }
         }
     }
@@ -80,12 +77,6 @@ void check(const unsigned char *data, size_t size) {
     require(plex::hostread(ends[1], none) == plex::Link::ended);
     require(kills == killed);
     require(status == (size == 0 ? 0 : 150)); // a part of a record is an error without a number
-}
-
-void leave() {
-    char home[256] = "";
-    unlink(plex::LOCKNAME);
-    rmdir(getcwd(home, sizeof home));
 }
 
 } // namespace
@@ -110,15 +101,13 @@ void (*atfork)(AtFork where);
 int pty_fork(int *ptrfdm, char *slave_name, const struct termios * /*slave_termios*/,
              const struct winsize * /*slave_winsize*/) {
     strcpy(slave_name, "/dev/pts/fuzz");
-    const bool refuse = refusals.back();
-    refusals.pop_back();
     atfork(AtFork::before);
-    if (refuse) {
+    if (refused(launches++)) {
         atfork(AtFork::failed);
         return -2;
     }
     *ptrfdm = open("/dev/null", O_RDWR);
-    return nextpid++;
+    return firstpid + launches;
 }
 
 } // namespace plex
@@ -141,9 +130,8 @@ extern "C" [[noreturn]] void __wrap_exit(int code) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
-    char home[] = "/tmp/fuzz.XXXXXX";
-    require(mkdtemp(home) != nullptr && chdir(home) == 0);
-    atexit(leave);
+    fuzz::home();
+    fuzz::leftover = plex::LOCKNAME;
     setenv("BBSCONFIG", "/dev/null", 1);
     setenv("BBSLOG", "stdout", 1); // which libFuzzer discards
     return 0;
@@ -160,7 +148,6 @@ extern "C" size_t LLVMFuzzerCustomMutator(unsigned char *data, size_t size, size
     }
     m.usrnum = static_cast<int32_t>(seed / 2 % 4);
     m.msgtyp = static_cast<int32_t>(seed / 8 % 4);
-    m.cmdstg[0] = seed / 32 % 4 == 0 ? '!' : '/';
     unsigned char *at = data + size / sizeof m * sizeof m;
     memmove(at + sizeof m, at, size % sizeof m);
     memcpy(at, &m, sizeof m);
@@ -172,17 +159,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     require(socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0);
     require(send(ends[1], data, size, 0) == static_cast<ssize_t>(size));
     shutdown(ends[1], SHUT_WR);
-    refusals.clear();
-    for (size_t at = size / sizeof(plex::servermsg) * sizeof(plex::servermsg); at > 0;) {
-        plex::servermsg m;
-        at -= sizeof m;
-        memcpy(&m, data + at, sizeof m);
-        if (m.msgtyp == plex::MSG_RUN) {
-            refusals.push_back(refused(m));
-        }
-    }
     killed.clear();
-    nextpid = firstpid;
+    launches = 0;
     char name[] = "vosterd";
     char debugging[] = "-d";
     char *argv[] = {name, debugging, nullptr};

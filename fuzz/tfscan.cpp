@@ -1,6 +1,7 @@
 // The scanner of text files and the table of languages: an input is "pxhost.cfg".
 
 #include "libsrc/common/tfscan.h"
+#include "fuzz/entry.h"
 #include "fuzz/survive.h"
 #include "libsrc/common/lingo.h"
 
@@ -8,37 +9,15 @@
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
+using fuzz::require;
+
 constexpr const char *file = "pxhost.cfg";
 
-char dir[] = "/tmp/plexfuzz.XXXXXX";
-int before = -1;  // the fuzzer's own directory, which its paths are relative to
 std::string word; // some bytes of the input, as a name to look up
-
-void tidy() {
-    if (chdir(dir) == 0) {
-        unlink(file);
-        rmdir(dir);
-    }
-}
-
-void enter() {
-    if (before < 0) {
-        before = open(".", O_RDONLY | O_DIRECTORY);
-        if (mkdtemp(dir) == nullptr) {
-            abort();
-        }
-        atexit(tidy);
-    }
-    if (chdir(dir) != 0) {
-        abort();
-    }
-}
 
 void scan() {
     plex::tfsopn("*.cfg");
@@ -48,27 +27,19 @@ void scan() {
             plex::tfspfx("=");
             plex::tfsdpr();
         }
-        if (strlen(plex::tfsbuf) >= sizeof plex::tfsbuf) {
-            abort();
-        }
+        require(strlen(plex::tfsbuf) < sizeof plex::tfsbuf);
     }
 }
 
 void lookup() {
     plex::inilingo();
-    const int found = plex::lngfnd(word.c_str());
-    if (found >= plex::nlingo) {
-        abort();
-    }
+    require(plex::lngfnd(word.c_str()) < plex::nlingo);
     for (int i = -1; i <= std::min(plex::nlingo, 20); i++) {
         plex::chgspk(i, word.c_str());
         plex::chgprt(i, word.c_str());
         plex::alg1st(i);
-        int steps = 0;
-        while (plex::algnxt() != 0) {
-            if (++steps > 2) {
-                abort();
-            }
+        for (int steps = 0; plex::algnxt() != 0; steps++) {
+            require(steps < 2);
         }
     }
     if (plex::nlingo > 0) {
@@ -87,20 +58,23 @@ bool modest(const unsigned char *data, size_t size) {
 
 } // namespace
 
+extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
+    fuzz::home();
+    fuzz::leftover = file;
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     if (!modest(data, size)) {
         return 0;
     }
-    enter();
     FILE *f = fopen(file, "w");
-    if (f == nullptr || fwrite(data, 1, size, f) != size || fclose(f) != 0) {
-        abort();
-    }
+    require(f != nullptr && fwrite(data, 1, size, f) == size && fclose(f) == 0);
     word.assign(reinterpret_cast<const char *>(data), std::min<size_t>(size, 24));
     fuzz::survives(scan);
     plex::tfsabt();
     fuzz::survives(lookup);
     plex::tfsabt();
     fuzz::speak({});
-    return fchdir(before);
+    return 0;
 }

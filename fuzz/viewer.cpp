@@ -1,7 +1,8 @@
 // What viewers may send to the remote console. An input is a row of steps: a byte whose low half is
-// the number of bytes that follow and are sent in one piece, by a new viewer when its high bit is
-// set. Keys and signals are worked out beside it.
+// the number of bytes that follow and are sent in one piece, by a new viewer when its high half is
+// eight. Keys and signals are worked out beside it.
 
+#include "fuzz/entry.h"
 #include "libunix/console/trm.h"
 
 #include <algorithm>
@@ -17,6 +18,8 @@
 
 namespace {
 
+using fuzz::require;
+
 const plex::trmhdl &console = plex::rx11trm;
 constexpr int32_t leaving = -1;
 
@@ -24,12 +27,6 @@ int viewer = -1; // our end; -1 when the console has dropped it
 int32_t pid = -1;
 int32_t key;
 std::vector<int> signalled;
-
-void require(bool holds) {
-    if (!holds) {
-        abort();
-    }
-}
 
 void dropped() {
     close(viewer);
@@ -68,9 +65,8 @@ void keys(std::string_view bytes) {
 // An odd announcement stands for this process's id; any other is not the viewer's own.
 void newviewer(std::string_view input) {
     std::string bytes(input);
-    const bool own = bytes.size() >= sizeof pid && (bytes[0] & 1) != 0;
     const int32_t id = getpid();
-    if (own) {
+    if (bytes.size() >= sizeof pid && (bytes[0] & 1) != 0) {
         memcpy(bytes.data(), &id, sizeof id);
     }
     const int before = viewer;
@@ -86,15 +82,9 @@ void newviewer(std::string_view input) {
         pid = -1;
         dropped();
     } else {
-        pid = own ? id : 0;
+        pid = memcmp(bytes.data(), &id, sizeof id) == 0 ? id : 0;
         keys(std::string_view(bytes).substr(sizeof pid));
     }
-}
-
-void leave() {
-    console.trmcls();
-    char home[256] = "";
-    rmdir(getcwd(home, sizeof home));
 }
 
 } // namespace
@@ -106,9 +96,9 @@ extern "C" int kill(pid_t target, int signo) noexcept {
 }
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
-    char home[] = "/tmp/fuzz.XXXXXX";
-    require(mkdtemp(home) != nullptr && chdir(home) == 0 && console.trmopn() >= 0);
-    atexit(leave);
+    fuzz::home();
+    require(console.trmopn() >= 0);
+    atexit([] { console.trmcls(); });
     return 0;
 }
 
@@ -120,7 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
         const auto step = static_cast<unsigned char>(input[0]);
         const std::string_view bytes = input.substr(1, step & 15);
         input.remove_prefix(1 + bytes.size());
-        if ((step & 0x80) != 0) {
+        if (step >> 4 == 8) {
             newviewer(bytes);
         } else if (viewer >= 0) {
             say(bytes);

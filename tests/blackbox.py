@@ -119,14 +119,13 @@ class Terminal(io.FileIO):
         """All up to and with the text"""
         while text not in self.rest:
             assert self.more(), f"the end came, not {text!r}, behind {self.rest[-2000:]!r}"
-        before, _, self.rest = self.rest.partition(text)
-        return before + text
+        end = self.rest.index(text) + len(text)
+        got, self.rest = self.rest[:end], self.rest[end:]
+        return got
 
     def type(self, keys, shown=""):
         os.write(self.fileno(), keys.encode("latin-1"))
-        while len(self.rest) < len(shown) and self.more():
-            pass
-        got, self.rest = self.rest[:len(shown)], self.rest[len(shown):]
+        got = self.expect(shown)
         assert got == shown, f"typed {keys!r}: got {got!r}, not {shown!r}"
 
     def path(self):
@@ -176,9 +175,11 @@ class DaemonSuite(unittest.TestCase):
         whole = {k: v for k, v in os.environ.items() if not k.startswith("BBS")} | dict(more)
         return {k: v for k, v in whole.items() if v is not None}
 
-    def popen(self, *args, env=(), **more):
+    def popen(self, *args, env=(), setup=None, **more):
+        """A program that is tied to the test; setup: what it does first"""
         pipes = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
-        return subprocess.Popen(args, env=self.environment(dict(env)), preexec_fn=tied, **pipes | more)
+        return subprocess.Popen(args, env=self.environment(dict(env)),
+                                preexec_fn=lambda: (tied(), setup and setup()), **pipes | more)
 
     def ended(self, program, text=b""):
         """The status of a program, its output and what it said"""
@@ -193,15 +194,13 @@ class DaemonSuite(unittest.TestCase):
             os.execvpe("bash", ["bash", "-c", script], self.environment(env))
         return pid, Terminal(fd)
 
-    def start(self, *args, cfg="", env=(), file=None, setup=None, **more):
+    def start(self, *args, cfg="", env=(), file=None, **more):
         self.endall()  # what a row of a table that failed has left
         spew("cfg", f"HOME={self.home}\n{cfg}")
         own = {"BBSCONFIG": f"{self.home}/cfg", "HOME": "/nowhere"}
         with open("stderr", "w", encoding="ascii") as err:
-            self.daemon = subprocess.Popen(  # pylint: disable=consider-using-with
-                [file or self.file, *args], env=self.environment(own | dict(env)),
-                **{"stdin": subprocess.DEVNULL, "stdout": err, "stderr": err} | more,
-                preexec_fn=lambda: (tied(), setup and setup()))
+            more = {"stdout": err, "stderr": err} | more
+            self.daemon = self.popen(file or self.file, *args, env=own | dict(env), **more)
 
     def begin(self, *args, **more):
         self.start(*args, **more)
@@ -228,13 +227,10 @@ class DaemonSuite(unittest.TestCase):
     def record(self, *want):
         self.assertEqual(self.host.record(), want)
 
-    def started(self, user):
-        self.record(user, STARTED, 0)
-        return Terminal(self.host.master())
-
     def run_(self, user, line):
         self.host.request(RUN, user, line.encode("latin-1"))
-        return self.started(user)
+        self.record(user, STARTED, 0)
+        return Terminal(self.host.master())
 
     def output(self, user, line, message=0):
         """All that a command writes until its end, which is to be told as said"""
@@ -242,8 +238,8 @@ class DaemonSuite(unittest.TestCase):
 
     def over(self, terminal, *record):
         """What a terminal shows until it hangs up; then comes the record, if one is given"""
-        text = terminal.drain()
-        terminal.close()
+        with terminal:
+            text = terminal.drain()
         if record:
             self.record(*record)
         return text

@@ -8,12 +8,12 @@ import socket
 import subprocess
 import termios
 
-from blackbox import (BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, protocol, readable, slurp, spew)
+from blackbox import BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, protocol, readable, slurp, spew
 
 PLEXRUN = f"{BUILD}/plexrun"
 
 
-class PlexrunSuite(DaemonSuite):
+class Plexrun(DaemonSuite):
     def setUp(self):
         super().setUp()
         os.mkdir("tmp")  # what plexrun makes for itself goes below, and must not stay
@@ -31,8 +31,6 @@ class PlexrunSuite(DaemonSuite):
     def plexrun(self, *args, **more):
         return self.run_to_end(PLEXRUN, *args, **more)
 
-
-class Plexrun(PlexrunSuite):
     def testStatuses(self):
         spew("odd", "\x01\x02", 0o755)
         os.mkdir("file")
@@ -91,18 +89,6 @@ class Plexrun(PlexrunSuite):
             self.assertEqual(got, (0, "", ""))
             self.assertEqual(slurp("copy"), "|".join(args) + "|")
 
-    def testOutputIsComplete(self):
-        self.assertTrue(self.plexrun("-c", "/usr/bin/seq 20000")[1] == "".join(f"{i}\r\n" for i in range(1, 20001)))
-        # What the command leaves in the background holds its terminal open, and cannot hold us.
-        code, out, _ = self.plexrun("-c", "/bin/sh -c \"trap '' HUP; sleep 60 & echo $!\"")
-        self.assertEqual((code, out[-2:]), (0, "\r\n"))
-        os.kill(int(out), signal.SIGKILL)
-        self.assertEqual(self.plexrun("sh", "-c", "exec <&- >&- 2>&-; sleep 0.1; exit 3")[0], 3)
-        # A line of its own is typed.
-        child = self.popen(PLEXRUN, "-c", '/bin/sh -c "stty -echo; echo ready; exec cat"', stdin=subprocess.PIPE)
-        self.assertEqual(child.stdout.readline(), b"ready\r\n")
-        self.assertEqual(self.ended(child, b"one\ntwo"), (0, "one\r\ntwo", ""))
-
     def testAsWithoutIt(self):
         every = "".join(map(chr, range(256)))
         big = 70000 * "x" + "\n" + "".join(random.Random(7).choices(every, k=1 << 20))
@@ -117,25 +103,32 @@ class Plexrun(PlexrunSuite):
                         self.assertEqual(status, code if code >= 0 else 128 - code)
                         self.assertTrue(got == want, (got[0][:80], got[1][:80]))
 
-    def testWhatIsSharedStaysShared(self):
+    def testInScripts(self):
         for script, want in (
                 ('(read x; "$0" cat; cat) <input; echo $?', "two\n0\n"),
                 ('"$0" echo new >>input; cat input', "one\ntwo\nnew\n"),
+                ('unset PATH; "$0" echo found', "found\n"),
                 ('"$0" yes | head -1; echo ${PIPESTATUS[0]}', "y\n141\n"),
                 ('"$0" -c /usr/bin/yes </dev/null | head -1; echo ${PIPESTATUS[0]}', "y\r\n141\n"),
                 ('"$0" seq 9 >/dev/full; echo $?', "1\n"),
                 ('"$0" -c "/usr/bin/seq 9" >/dev/full; echo $?', "125\n"),
                 ('"$0" -c /bin/cat <.; echo $?', "0\n"),  # what cannot be read is at its end
+                ('"$0" -c "/usr/bin/seq 20000" </dev/null | cmp - <(seq 20000 | sed "s/$/\\r/") && echo same', "same\n"),
+                ("\"$0\" sh -c 'exec <&- >&- 2>&-; sleep 0.1; exit 3'; echo $?", "3\n"),
+                # What the command leaves in the background holds its terminal open, and cannot hold us.
+                ("""kill -9 $("$0" -c "/bin/sh -c \\"trap '' HUP; sleep 60 & echo \\$!\\"" | tr -d '\\r'); echo $?""",
+                 "0\n"),
+                # What was ignored still is.
+                ("(trap '' HUP; sh -c 'exec \"$0\" sh -c \"kill -HUP $$; exit 7\"' \"$0\"); echo $?", "7\n"),
                 ("\"$0\" sh -c 'echo text; echo shown >/dev/tty' 2>err; cat err", "text\nshown\r\n")):
             with self.subTest(script):
                 self.assertEqual(self.run_to_end("bash", "-c", script, PLEXRUN, text="one\ntwo\n")[1], want)
 
     def testDaemonsThatMisbehave(self):
-        for kind, passed, code in ((None, None, 124), (FAILED, None, 123), (STARTED, None, 124), (STARTED, 1, 124),
+        # Of more descriptors than are to come in a byte only the first is kept.
+        for kind, passed, code in ((None, 0, 124), (FAILED, 0, 123), (STARTED, 0, 124), (STARTED, 1, 124),
                                    (STARTED, 2, 124)):
-            with self.subTest(kind, passed=passed):
-                listening = socket.socket(socket.AF_UNIX)
-                listening.settimeout(PATIENCE)
+            with self.subTest(kind, passed=passed), socket.socket(socket.AF_UNIX) as listening:
                 listening.bind("vosterd.socket")
                 listening.listen()
                 program = self.popen(PLEXRUN, "-H", ".", "ls")
@@ -143,15 +136,14 @@ class Plexrun(PlexrunSuite):
                 self.assertEqual(link.recv(1032, socket.MSG_WAITALL)[8:9], b"/")
                 if kind:
                     link.send(protocol.RECORD.pack(0, kind, 0))
-                master, slave = pty.openpty()
-                if passed:  # of more descriptors than are to come in a byte only the first is kept
-                    reader, writer = os.pipe()
+                (master, slave), (reader, writer) = pty.openpty(), os.pipe()
+                if passed:
                     socket.send_fds(link, [b"\0"], [master, writer][:passed])
-                    os.close(writer)
-                    self.assertTrue(readable(reader), "plexrun kept a descriptor that is not its")
                 elif kind == STARTED:
                     link.send(b"xx")
-                for fd in (link.detach(), listening.detach(), master, slave):
+                os.close(writer)
+                self.assertTrue(readable(reader), "plexrun kept a descriptor that is not its")
+                for fd in (link.detach(), reader, master, slave):
                     os.close(fd)
                 self.assertEqual(self.ended(program)[0], code)
                 os.unlink("vosterd.socket")
@@ -166,13 +158,10 @@ class Plexrun(PlexrunSuite):
         self.assertEqual(first.wait(PATIENCE), -signal.SIGTERM)
         self.assertEqual(self.wait(), (0, ""))
 
-
-    def testIgnoredSignalsStayIgnored(self):
-        child = self.popen("sh", "-c", f"trap '' HUP; exec {PLEXRUN} sh -c 'echo ready; read x; exit 7'",
-                           stdin=subprocess.PIPE)
-        self.assertEqual(child.stdout.readline(), b"ready\n")
-        child.send_signal(signal.SIGHUP)
-        self.assertEqual(self.ended(child, b"x\n")[0], 7)
+    def testTypes(self):
+        child = self.popen(PLEXRUN, "-c", '/bin/sh -c "stty -echo; echo ready; exec cat"', stdin=subprocess.PIPE)
+        self.assertEqual(child.stdout.readline(), b"ready\r\n")
+        self.assertEqual(self.ended(child, b"one\ntwo"), (0, "one\r\ntwo", ""))
 
     def testWhatToolsSayOfThemselves(self):
         tools = ("plexrun", "plexmsg", "conshow", *("plexview",) * os.path.exists(f"{BUILD}/plexview"))
@@ -187,11 +176,8 @@ class Plexrun(PlexrunSuite):
         full = self.run_to_end("sh", "-c", f"{PLEXRUN} --help >/dev/full")
         self.assertEqual(full, (1, "", "plexrun: standard output: No space left on device\n"))
 
-
-class OnTerminal(PlexrunSuite):
-    """plexrun on a terminal whose settings no program would choose"""
-
-    def begin(self, script):  # pylint: disable=arguments-differ
+    def strange(self, script):
+        """On a terminal whose settings no program would choose"""
         self.pid, self.terminal = self.onterminal(f"stty erase '#' eof '^X' rows 30 cols 100; {script}")
         self.slave = os.open(self.terminal.path(), os.O_RDWR | os.O_NOCTTY)  # keeps it alive
 
@@ -199,7 +185,7 @@ class OnTerminal(PlexrunSuite):
         flags = termios.tcgetattr(self.terminal)
         return not flags[1] & termios.OPOST and not flags[3] & (termios.ICANON | termios.ECHO | termios.ISIG)
 
-    def end(self):
+    def back(self):
         """The wait status; the settings must be given back"""
         self.eventually(lambda: os.waitid(os.P_PID, self.pid, os.WEXITED | os.WNOHANG | os.WNOWAIT))
         flags = termios.tcgetattr(self.slave)
@@ -211,7 +197,7 @@ class OnTerminal(PlexrunSuite):
     def testSizeKeysAndEveryWayOut(self):
         for signo in (0, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1):
             with self.subTest(signo):
-                self.begin(f"exec {PLEXRUN} sh -c \"stty size; stty -a | grep -o 'eof = ^X'; trap 'stty size' WINCH;"
+                self.strange(f"exec {PLEXRUN} sh -c \"stty size; stty -a | grep -o 'eof = ^X'; trap 'stty size' WINCH;"
                            " trap 'echo key' INT; echo ready; while :; do read x && exit 4; done\"")
                 self.assertIn("30 100\r\neof = ^X\r\n", self.terminal.expect("ready\r\n"))
                 self.eventually(self.raw)
@@ -219,21 +205,21 @@ class OnTerminal(PlexrunSuite):
                 self.terminal.type("", "40 90\r\n")
                 if signo:
                     os.kill(self.pid, signo)
-                    self.assertEqual(self.end() & 0x7F, signo)
+                    self.assertEqual(self.back() & 0x7F, signo)
                 else:
                     self.terminal.type("\x03")
                     self.terminal.expect("key\r\n")
                     self.terminal.type("x\n")
-                    self.assertEqual(self.end(), 4 << 8)
+                    self.assertEqual(self.back(), 4 << 8)
 
     def testStopsAndContinues(self):
         spew("inner", "kill -TSTP $1; read x; exit 5\n")
         spew("job", 'exec "$0" sh inner $$\n')
-        self.begin(f"set -m\nsh -c '. ./job' {PLEXRUN}\n"
+        self.strange(f"set -m\nsh -c '. ./job' {PLEXRUN}\n"
                    "stty -a | grep -o ' icanon'; stty -a | grep -o 'erase = .'\n"
                    "fg >/dev/null; echo code $?; stty -a | grep -o 'erase = .'\n")
         self.assertIn(" icanon", self.terminal.expect("erase = #"))
         self.eventually(self.raw)
         self.terminal.type("x\n")
         self.assertIn("code 5", self.terminal.expect("erase = #"))
-        self.assertEqual(self.end(), 0)
+        self.assertEqual(self.back(), 0)
