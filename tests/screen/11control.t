@@ -15,7 +15,7 @@ reset / print "\e[3;4r\bx" / screen 0 0 |x.|
 # Form feed clears and homes; the bell rings with its value.
 reset window / print "abc\nx\f" / at 10 5 / is lstctl 12 / rest 10 5 14 8
 screen 10 5 |     |     |     |     |
-belper 300 / print "\a" / calls bell(300) / is lstctl 7
+belper 300 / print "\a" / calls bell:300 / is lstctl 7
 # The reverse line feed: at the top it scrolls down, elsewhere it goes down.
 reset window / print "top\nlow" / flags 5 6 / dorevl / at 10 7 / flags
 locate 12 5 / dorevl / at 10 5 / flags 5 6 7 8 / screen 10 5 |     |top..|low..|.....|

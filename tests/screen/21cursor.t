@@ -6,11 +6,12 @@ cursact 1 / is column 3
 cursact 0 / locate 7 7 / cursact 1 / cursact 9 / is row 7 / is column 7
 # Shapes.
 cursiz 1 / is shown 1 / cursiz 0 / is shown 0 / is cursz 0 / rstcur / is cursz 1 / is shown 1
-cursiz 7 / is cursz 1 / cursiz 2 / is cursz 2 / rstcur / is cursz 1 / calls
+cursiz 7 / is cursz 1 / cursiz 2 / is cursz 2 / rstcur / is cursz 1
 reset / cursiz 2 / is shown 0
 # The video controller has the cursor, and is asked where it is; the flags are left alone. What is
 # printed is shown at once, also with the cursor parked.
-reset vga / cursiz 0 / cursiz 2 / cursiz 1 / calls 0A=2D 0B=0E 0A=02 0B=0C 0A=0D 0B=0E
-locate 79 24 / calls 0E=07 0F=CF / is row 0
-controller 4 / calls 0E=00 0F=00 / at 68 12 / print "ab" / calls 0E=04 0F=06 update(0)
-cursact 0 / print "cd" / calls update(0) / cursact 1 / calls 0E=04 0F=08 / cursact 0 / cursact 1 / calls
+reset vga / cursiz 0 / crt 45 14 0 / cursiz 2 / crt 2 12 0 / cursiz 1 / crt 13 14 0
+locate 79 24 / crt 13 14 1999 / is row 0
+controller 4 / at 68 12 / print "ab" / crt 13 14 1030 / calls update:0
+cursact 0 / print "cd" / crt 13 14 1030 / calls update:0 / cursact 1 / crt 13 14 1032
+cursact 0 / controller 4 / cursact 1 / crt 13 14 1028
