@@ -93,11 +93,10 @@ std::vector<Key> keyboard() {
 }
 
 // The keys that scan codes make.
-std::vector<int> scanned(std::initializer_list<int> scans) {
+std::vector<int> scanned(const std::vector<int> &scans) {
     std::vector<int> keys;
     for (const int scan : scans) {
-        const int key = plex::scn2chr(static_cast<uint8_t>(scan));
-        if (key != 0) {
+        if (const int key = plex::scn2chr(static_cast<uint8_t>(scan)); key != 0) {
             keys.push_back(key);
         }
     }
@@ -117,6 +116,33 @@ TEST(Keyboards, ScanCodes) {
                       code != 0 ? std::vector<int>{code} : std::vector<int>{})
                 << std::hex << scan << " with " << mod;
         }
+    }
+    // Each row ends with all keys up; the last column is `lastscan` (0: entered by digits).
+    const struct {
+        const char *what;
+        std::vector<int> scans;
+        std::vector<int> keys;
+        int lastscan;
+    } rows[] = {
+        {"right shift", {0x36, 0x1E, 0x9E, 0xB6, 0x1E, 0x9E}, {'A', 'a'}, 1},
+        {"right ctrl", {0xE0, 0x1D, 0x2E, 0xE0, 0x9D}, {3}, 1},
+        {"arrow with its prefix", {0xE0, 0x48, 0xE0, 0xC8}, {0x4800}, 1},
+        {"entry of two digits", {0x38, 0x4F, 0xCF, 0x47, 0xC7, 0xB8}, {17}, 0},
+        {"a fourth digit is dropped", {0x38, 0x50, 0x51, 0x51, 0x4F, 0xB8}, {233}, 0},
+        {"255 is the last", {0x38, 0x50, 0x4C, 0x4C, 0xB8, 0x38, 0x50, 0x4C, 0x4D, 0xB8}, {255}, 1},
+        {"leading zeros", {0x38, 0x52, 0x52, 0x47, 0xB8}, {7}, 0},
+        {"a key between digits", {0x38, 0x4F, 0x1E, 0x47, 0xB8}, {0x1E00, 17}, 0},
+        {"zero delivers nothing", {0x38, 0x52, 0xB8}, {}, 0},
+        {"ctrl, then alt", {0x1D, 0x38, 0x2E, 0xB8, 0x2E, 0x9D}, {0x2E00, 'c'}, 1},
+        {"alt, then ctrl", {0x38, 0x1D, 0x2E, 0x9D, 0x2E, 0xB8}, {0x2E00, 0x2E00}, 1},
+        {"shift, then ctrl", {0x2A, 0x1D, 0x2E, 0x9D, 0x2E, 0xAA}, {'C', 'C'}, 1},
+        {"shift's release cuts an entry", {0x38, 0x4F, 0xAA, 0xB8, 0x38, 0x50, 0xB8}, {12}, 0},
+        {"beyond the table", {0x57, 0x58, 0x54, 0x7F, 0xFF, 0xE1}, {}, 1},
+    };
+    for (const auto &r : rows) {
+        scanned({0x39}); // lastscan 1 before each
+        EXPECT_EQ(scanned(r.scans), r.keys) << r.what;
+        EXPECT_EQ(plex::lascan(), r.lastscan) << r.what;
     }
 }
 
