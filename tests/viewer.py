@@ -154,9 +154,10 @@ class Viewer(DaemonSuite):
         program = self.conshow()  # what was left behind is no obstacle
         self.open("fifth", PLEXVIEW)
         self.shows("fifth", "tries a console out")
-        self.keys("fifth", "Escape")
+        self.keys("fifth", "F10")
+        self.shows("fifth", "This is what a catastrophe looks like.")
         self.shows("fifth", "status=0")
-        self.assertEqual(program.wait(PATIENCE), 0)
+        self.assertEqual(program.wait(PATIENCE), 90)
         self.assertFalse(os.path.exists("plexhost.console"))
 
     def testSaysWhatIsMissing(self):
