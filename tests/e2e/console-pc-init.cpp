@@ -3,12 +3,12 @@
 // stands on the screen, before and after. With the argument "framebuffer" the first is an ordinary
 // user's, who may open the terminal and its cells.
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <linux/kd.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -20,45 +20,33 @@ namespace {
 
 constexpr uid_t nobody = 65534;
 constexpr gid_t tty = 5;
-constexpr size_t glyphsize = 32; // bytes; the console's has 16 lines
 
-struct State {
+std::string keyboard() {
     int mode = -1;
-    alignas(termios) std::array<char, sizeof(termios)> term = {};
-    std::array<char, 65536> screen = {};
-};
+    std::string term(sizeof(termios), '\0');
+    ioctl(0, KDGKBMODE, &mode);
+    tcgetattr(0, reinterpret_cast<termios *>(term.data()));
+    return term + std::to_string(mode);
+}
 
-void look(State &state) {
-    ioctl(0, KDGKBMODE, &state.mode);
-    tcgetattr(0, reinterpret_cast<termios *>(state.term.data()));
+std::string screen() {
+    std::string cells(65536, '\0');
     const int fd = open("/dev/vcsa1", O_RDONLY);
-    if (read(fd, state.screen.data(), state.screen.size()) <= 0) {
+    if (read(fd, cells.data(), cells.size()) <= 0) {
         puts("no /dev/vcsa1");
     }
     close(fd);
+    return cells;
 }
 
 void askfont() {
-    static std::array<unsigned char, 256 * glyphsize> font;
-    console_font_op get = {KD_FONT_OP_GET, 0, 8, 32, 256, font.data()};
-    if (ioctl(0, KDFONTOP, &get) != 0) {
-        puts("no font");
-    }
-    for (size_t at = 0; at < font.size(); at++) {
-        if (at % glyphsize < 16) {
-            printf("%02x", font[at]);
-        }
+    static unsigned char font[256][32]; // the console's has 16 lines
+    console_font_op get = {KD_FONT_OP_GET, 0, 8, 32, 256, font[0]};
+    ioctl(0, KDFONTOP, &get);
+    for (size_t i = 0; i < 256 * size_t{16}; i++) {
+        printf("%02x", font[i / 16][i % 16]);
     }
     puts("");
-}
-
-[[noreturn]] void program(const char *picture, bool user) {
-    if (user && (chown("/dev/tty1", nobody, tty) != 0 || chown("/dev/vcsa1", 0, tty) != 0 ||
-                 chmod("/dev/vcsa1", 0660) != 0 || setgid(tty) != 0 || setuid(nobody) != 0)) {
-        _exit(126);
-    }
-    execl("/program", "/program", picture, nullptr);
-    _exit(127);
 }
 
 void serve(bool framebuffer) {
@@ -75,19 +63,24 @@ void serve(bool framebuffer) {
     askfont();
     for (const char *picture : {"/chart.ans", "/sample.ans"}) {
         dprintf(0, "\033[1mbefore %s\033[0m ", picture);
-        static State before;
-        static State after;
-        look(before);
+        const std::string keysbefore = keyboard();
+        const std::string before = screen();
         if (fork() == 0) {
-            program(picture, framebuffer && strcmp(picture, "/chart.ans") == 0);
+            const bool user = framebuffer && strcmp(picture, "/chart.ans") == 0;
+            if (!user ||
+                (chown("/dev/tty1", nobody, tty) == 0 && chown("/dev/vcsa1", 0, tty) == 0 &&
+                 chmod("/dev/vcsa1", 0660) == 0 && setgid(tty) == 0 && setuid(nobody) == 0)) {
+                execl("/program", "/program", picture, nullptr);
+            }
+            _exit(127);
         }
         int status = 0;
         wait(&status);
-        look(after);
+        const bool same = screen() == before;
+        const bool samekeys = keyboard() == keysbefore;
         dprintf(0, "\033[2J"); // before it is told: nobody takes what is left for the next
-        const bool keyboard = before.mode == after.mode && before.term == after.term;
         printf("ended %d keyboard %s screen %s\n", WEXITSTATUS(status),
-               keyboard ? "same" : "changed", before.screen == after.screen ? "same" : "changed");
+               samekeys ? "same" : "changed", same ? "same" : "changed");
     }
 }
 
