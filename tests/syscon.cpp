@@ -170,16 +170,6 @@ TEST_F(Syscon, TheRingAndTheQueue) {
         queue->xq_size = 64;
         types({0x30}, {'b'});
     }
-    // Of the events only keys count.
-    queue->xq_head = 60;
-    queue->xq_tail = 4;
-    for (int i = 0; i < 8; i++) {
-        queue->xq_events[(60 + i) % 64] = {uint8_t(i), 0x1E, 0, 0, 0};
-    }
-    queue->xq_sigenable = 0;
-    raise(SIGUSR2);
-    has({'a'});
-    EXPECT_EQ(queue->xq_sigenable, 1);
 }
 
 // The image is the video memory, the cursor the controller's: its place in 14 and 15, its first and
@@ -201,48 +191,6 @@ TEST_F(Syscon, ScreenAndCursorAreTheMachines) {
     }
     EXPECT_EQ(drv.portread(plex::crtindex), 31);
     EXPECT_EQ(std::count(video.begin(), video.end(), 0), plex::imagebytes);
-}
-
-// Whatever is refused: what was taken of the machine is given back.
-TEST_F(Syscon, RefusalsAreSaid) {
-    const std::string noopen = "Display open failed. Exiting.\n|1";
-    const std::string noqueue = "console |Cannot set KDQUEMODE" + noopen; // its end closes it
-    const std::string nomap = "|Unable to get current screen mapping table\n|255";
-    const std::pair<unsigned long, std::string> rows[] = {
-        {0, "||0"},
-        {opening, "|Unable to open /dev/console\n" + noopen},
-        {again, "|Unable to open /dev/console\n|255"}, // for the screen
-        {KDGKBMODE, noqueue},
-        {KDSKBMODE, noqueue},
-        {KDENABIO, "console |Unable to take control of I/O\n" + noopen},
-        {GIO_SCRNMAP, nomap},
-        {KDGKBTYPE, nomap},
-        {mapping, "|Unable to get base position in video memory\n|255"},
-        {KDDISABIO, "ports |unxwrecons: KDDISABIO failed. Operation not permitted.\n|0"},
-    };
-    for (const auto &[request, want] : rows) {
-        EXPECT_EQ(test::told([number = request] {
-                      refused = number;
-                      map[5] = 99;
-                      atexit([] {
-                          for (const std::string &name : held) {
-                              printf("%s ", name.c_str());
-                          }
-                          const bool same = map[5] == 99 && machine->display == KD_TEXT;
-                          printf("%s", same ? "" : "not as it was");
-                      });
-                      plex::grafbuf = nullptr;
-                      plex::opntrm(plex::DSP_SYSCON, "test");
-                      plex::frzseg();
-                      map[5] = 1;
-                      machine->display = KD_GRAPHICS;
-                      plex::clstrm();
-                      const int fd = dup(0); // it may get the console's number
-                      exit(plex::unxwretrm.trmcls() == 1 && fcntl(fd, F_GETFD) == 0 ? 0 : 9);
-                  }),
-                  want);
-        EXPECT_EQ(machine->keyboard, K_XLATE) << request;
-    }
 }
 
 TEST_F(Syscon, WhatIsNoConsole) {
@@ -320,45 +268,80 @@ TEST_F(Syscon, WritesWhatChanged) {
     EXPECT_EQ(test::expect(master, "\033[?0c"), "\033[?2c\033[?2c\033[?6c\033[?1c\033[?0c");
 }
 
-// However a program ends: the keyboard, the display's mode and the screen are as they were found.
+// However a program ends, also when it is refused something: the machine, its keyboard and its
+// screen are as they were found. What it has not given back by then it tells.
 TEST_F(Syscon, ComesBackByEveryEnd) {
-    const std::function<void()> ends[] = {
-        [] { plex::clstrm(), _exit(0); },
-        [] { exit(0); },
-        [] { quick_exit(0); },
-        [] { plex::catastro("x"); },
-        [] { raise(SIGTERM); },
-        [] { raise(SIGQUIT); },
-        [] { raise(SIGRTMIN); },
-        [] { raise(SIGRTMAX); },
-        [] { plex::linuxcondrv.setdisplay(slave, 1), raise(SIGHUP); }, // as mapvideo does
-        [] { test::inchild([] { exit(0); }), machine->keyboard == K_RAW ? exit(0) : _exit(0); },
-    }; // the last: not by another process
+    const std::string noopen = "Display open failed. Exiting.\n|1";
+    const std::string noqueue = "console |Cannot set KDQUEMODE" + noopen; // its end closes it
+    const std::string nomap = "|Unable to get current screen mapping table\n|255";
+    constexpr auto close = [] {
+        plex::clstrm();
+        const int fd = dup(0); // it may get the console's number
+        exit(plex::unxwretrm.trmcls() == 1 && fcntl(fd, F_GETFD) == 0 ? 0 : 9);
+    };
+    const struct {
+        unsigned long refused;
+        void (*end)();
+        std::string told;
+    } rows[] = {
+        {opening, close, "|Unable to open /dev/console\n" + noopen},
+        {again, close, "|Unable to open /dev/console\n|255"}, // for the screen
+        {KDGKBMODE, close, noqueue},
+        {KDSKBMODE, close, noqueue},
+        {KDENABIO, close, "console |Unable to take control of I/O\n" + noopen},
+        {GIO_SCRNMAP, close, nomap},
+        {KDGKBTYPE, close, nomap},
+        {mapping, close, "|Unable to get base position in video memory\n|255"},
+        {KDDISABIO, close,
+         "0778 ports |unxwrecons: KDDISABIO failed. Operation not permitted.\n|0"},
+        {0, close, "0778 ||0"},
+        {0, [] { plex::clstrm(), _exit(0); }, "0778 ||0"},
+        {0, [] { exit(0); }, "0778 console map ports ||0"},
+        {0, [] { quick_exit(0); }, "0778 ||0"},
+        {0, [] { plex::catastro("x"); }, "0778 ||90"},
+        {0, [] { raise(SIGTERM); }, "0778 ||143"},
+        {0, [] { raise(SIGQUIT); }, "0778 ||131"},
+        {0, [] { raise(SIGRTMIN); }, "0778 ||162"},
+        {0, [] { raise(SIGRTMAX); }, "0778 ||192"},
+        // Another process gives nothing back.
+        {0, [] { test::inchild([] { exit(0); }), quick_exit(machine->keyboard == K_RAW ? 0 : 9); },
+         "0778 ||0"},
+    };
     take(25, 80);
     plex::vcsagive();
     termios before = {};
     ASSERT_EQ(tcgetattr(slave, &before), 0);
     const test::Home home;
-    for (const auto &end : ends) {
-        SCOPED_TRACE(&end - ends);
+    for (const auto &r : rows) {
+        SCOPED_TRACE(&r - rows);
         *machine = {};
-        const auto outcome = test::inchild([&] {
-            const rlimit none = {0, 0};
-            setrlimit(RLIMIT_CORE, &none);
-            plex::nocore = 1;
-            plex::grafbuf = nullptr;
-            plex::opntrm(plex::DSP_SYSCON, "test");
-            plex::locate(0, 0);
-            plex::cursact(0); // parked: it is seen all the same
-            plex::unxprntf("x");
-            printf("%d %04x", machine->keyboard, cell(0, 0));
-            fflush(stdout);
-            end();
-        });
+        EXPECT_EQ(test::told([&] {
+                      const rlimit none = {0, 0};
+                      setrlimit(RLIMIT_CORE, &none);
+                      plex::nocore = 1;
+                      refused = r.refused;
+                      map[5] = 99;
+                      atexit([] {
+                          map[5] != 99 ? held.insert("map").second : false;
+                          for (const std::string &name : held) {
+                              printf("%s ", name.c_str());
+                          }
+                      });
+                      plex::grafbuf = nullptr;
+                      plex::opntrm(plex::DSP_SYSCON, "test");
+                      plex::locate(0, 0);
+                      plex::cursact(0); // parked: it is seen all the same
+                      plex::unxprntf("x");
+                      printf("%04x ", cell(0, 0));
+                      fflush(stdout);
+                      map[5] = 1;
+                      plex::linuxcondrv.setdisplay(slave, 1); // as mapvideo does for a moment
+                      r.end();
+                  }),
+                  r.told);
         termios after = {};
         ASSERT_EQ(tcgetattr(slave, &after), 0);
         EXPECT_EQ(memcmp(&before, &after, sizeof before), 0);
-        EXPECT_EQ(outcome.out + outcome.err, "0 0778");
         EXPECT_EQ(machine->keyboard, K_XLATE);
         EXPECT_EQ(machine->display, KD_TEXT);
         EXPECT_TRUE(all() == found);
