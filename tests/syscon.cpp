@@ -219,8 +219,8 @@ TEST_F(Syscon, StandsInTheMiddleInTheirFont) {
         std::vector<unipair> map;
         unsigned block, blank;
     } screens[] = {
-        {25, 80, 0, 0, 0, {{' ', 1}, {0x2588, 7}}, 0x9E07, 0x0701},
-        {48, 128, 11, 24, 0, {{'#', 9}}, 0x9E09, 0x0720}, // has none; this is like it
+        {25, 80, 0, 0, 0, {{' ', 1}, {0x2302, 7}, {0x2588, 7}}, 0x9E07, 0x0701},
+        {48, 128, 11, 24, 0, {{'#', 9}, {'^', 9}}, 0x9E09, 0x0720}, // has none; these are like it
         {26, 81, 0, 0, 0x100, {{0x2588, 7}}, 0x3C07, 0x0E20},
         {135, 480, 55, 176, 0x100, {{0x2588, 0x107}}, 0x3D07, 0x0E20},
         {49, 132, 12, 26, 0x800, {{0x2588, 7}}, 0x9607, 0x0720},
@@ -236,6 +236,7 @@ TEST_F(Syscon, StandsInTheMiddleInTheirFont) {
         for (size_t i = 0; i < plex::cellbytes; i++) {
             image[i] = i % 2 == 0 ? 0xDB : 0x9E;
         }
+        image[0] = s.map.size() > 1 ? 0x7F : 0xDB;
         plex::vcsashow(false, 24 * 80 + 79, line);
         for (int row = 0; row < s.rows; row++) {
             for (int column = 0; column < s.columns; column++) {
