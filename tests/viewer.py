@@ -127,6 +127,7 @@ class Viewer(DaemonSuite):
         program = self.conshow(f"exec {CONSHOW} -n plexhost <(cat p.ans)")  # a pipe can be read only once
         self.open("first", f"{PLEXVIEW} {self.home}")
         self.shows("first", "moon")
+        self.assertRegex(slurp("/proc/sysvipc/shm"), rf"\n +{self.key} +\d+ +644 +{IMAGE} ")
         self.keys("first", "F1")
         self.shows("first", "Key 0x3B00")
         for name, signo in (("second", signal.SIGKILL), ("third", signal.SIGTERM)):
