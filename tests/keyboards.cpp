@@ -11,6 +11,7 @@
 
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
+#include <array>
 #include <clocale>
 #include <cstring>
 #include <curses.h>
@@ -34,15 +35,14 @@ struct Key {
     int scan;
     KeySym keysym[2]; // the server names it anew under Shift
     Kind kind;
-    int code[4];          // by itself, with Shift, Ctrl, Alt
-    std::string terminal; // the byte it sends, or the first number and the end of a sequence
+    int code[4];         // by itself, with Shift, Ctrl, Alt
+    std::string sent[4]; // by a terminal; empty when there is no such thing
 };
 
 constexpr int modifierscans[] = {0, 0x2A, 0x1D, 0x38};
 // A modifier of X counts for nothing beside one that stands before it; Caps Lock never counts.
 constexpr unsigned states[] = {LockMask | Mod5Mask, ShiftMask | ControlMask | Mod1Mask,
                                ControlMask | Mod1Mask, Mod4Mask};
-constexpr const char *terminals[] = {"", ";2", ";5", ";3"};
 
 void characters(std::vector<Key> &keys, int scan, const char *plain, const char *shifted) {
     for (; *plain != '\0'; plain++, shifted++, scan++) {
@@ -52,43 +52,52 @@ void characters(std::vector<Key> &keys, int scan, const char *plain, const char 
         const auto sym = [](char s) {
             return s == '\033' || s == '\r' || s == '\b' ? 0xFF00UL + s : static_cast<KeySym>(s);
         };
+        const std::string typed(1, c == '\b' ? '\x7F' : *plain);
+        const std::string control(kind == letter ? 1 : 0, static_cast<char>(c & 31));
         keys.push_back({scan,
                         {sym(*plain), sym(*shifted)},
                         kind,
                         {c, *shifted, kind == letter ? c & 31 : c, alt},
-                        std::string(1, c == '\b' ? '\x7F' : *plain)});
+                        {typed, {*shifted}, control, kind == other ? "" : "\033" + typed}});
     }
 }
 
 // What Alt enters with a key of the keypad stands for its code.
 std::vector<Key> keyboard() {
     std::vector<Key> keys = {
-        {0x0F, {XK_Tab, XK_ISO_Left_Tab}, other, {9, 0x0F00, 9, 9}, "\t"},
-        {0x52, {XK_Insert, XK_Insert}, other, {0x5200, 0x5200, 0x5200, 0}, "2~"},
-        {0x53, {XK_Delete, XK_Delete}, other, {0x5300, 0x5300, 0x5300, 0x5300}, "3~"},
-        {0x47, {XK_Home, XK_Home}, cursor, {0x4700, 0x4700, 0x7700, 7}, "1H"},
-        {0x48, {XK_Up, XK_Up}, cursor, {0x4800, 0x4800, 0x8D00, 8}, "1A"},
-        {0x49, {XK_Prior, XK_Prior}, cursor, {0x4900, 0x4900, 0x8400, 9}, "5~"},
-        {0x4B, {XK_Left, XK_Left}, cursor, {0x4B00, 0x4B00, 0x7300, 4}, "1D"},
-        {0x4D, {XK_Right, XK_Right}, cursor, {0x4D00, 0x4D00, 0x7400, 6}, "1C"},
-        {0x4F, {XK_End, XK_End}, cursor, {0x4F00, 0x4F00, 0x7500, 1}, "1F"},
-        {0x50, {XK_Down, XK_Down}, cursor, {0x5000, 0x5000, 0x9100, 2}, "1B"},
-        {0x51, {XK_Next, XK_Next}, cursor, {0x5100, 0x5100, 0x7600, 3}, "6~"}};
+        {0x0F, {XK_Tab, XK_ISO_Left_Tab}, other, {9, 0x0F00, 9, 9}, {"\t", "\033[Z"}}};
+    // A terminal sends the number and the modifier, if there is one, before the final byte.
+    const auto special = [&](int scan, KeySym sym, Kind kind, std::array<int, 4> code,
+                             const std::string &number, char final) {
+        const std::string intro = "\033[" + number;
+        keys.push_back({scan,
+                        {sym, sym},
+                        kind,
+                        {code[0], code[1], code[2], code[3]},
+                        {(number == "1" ? "\033O" : intro) + final, intro + ";2" + final,
+                         intro + ";5" + final, intro + ";3" + final}});
+    };
+    special(0x52, XK_Insert, other, {0x5200, 0x5200, 0x5200, 0}, "2", '~');
+    special(0x53, XK_Delete, other, {0x5300, 0x5300, 0x5300, 0x5300}, "3", '~');
+    special(0x47, XK_Home, cursor, {0x4700, 0x4700, 0x7700, 7}, "1", 'H');
+    special(0x48, XK_Up, cursor, {0x4800, 0x4800, 0x8D00, 8}, "1", 'A');
+    special(0x49, XK_Prior, cursor, {0x4900, 0x4900, 0x8400, 9}, "5", '~');
+    special(0x4B, XK_Left, cursor, {0x4B00, 0x4B00, 0x7300, 4}, "1", 'D');
+    special(0x4D, XK_Right, cursor, {0x4D00, 0x4D00, 0x7400, 6}, "1", 'C');
+    special(0x4F, XK_End, cursor, {0x4F00, 0x4F00, 0x7500, 1}, "1", 'F');
+    special(0x50, XK_Down, cursor, {0x5000, 0x5000, 0x9100, 2}, "1", 'B');
+    special(0x51, XK_Next, cursor, {0x5100, 0x5100, 0x7600, 3}, "6", '~');
+    const char *const numbers[] = {"1", "1", "1", "1", "15", "17", "18", "19", "20", "21"};
+    for (int i = 0; i < 10; i++) {
+        const int code = (0x3B + i) << 8;
+        special(0x3B + i, XK_F1 + static_cast<KeySym>(i), function,
+                {code, code + 0x1900, code + 0x2300, code + 0x2D00}, numbers[i], "PQRS~~~~~~"[i]);
+    }
     characters(keys, 0x01, "\0331234567890-=\b", "\033!@#$%^&*()_+\b");
     characters(keys, 0x10, "qwertyuiop[]\r", "QWERTYUIOP{}\r");
     characters(keys, 0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
     characters(keys, 0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
     characters(keys, 0x39, " ", " ");
-    const char *const sent[] = {"1P", "1Q", "1R", "1S", "15~", "17~", "18~", "19~", "20~", "21~"};
-    for (int i = 0; i < 10; i++) {
-        const KeySym sym = XK_F1 + static_cast<KeySym>(i);
-        const int code = (0x3B + i) << 8;
-        keys.push_back({0x3B + i,
-                        {sym, sym},
-                        function,
-                        {code, code + 0x1900, code + 0x2300, code + 0x2D00},
-                        sent[i]});
-    }
     return keys;
 }
 
@@ -175,21 +184,6 @@ TEST(Keyboards, Window) {
     }
 }
 
-// What the terminal sends for the key with that modifier; empty when there is no such thing.
-std::string sent(const Key &key, int m) {
-    const std::string &t = key.terminal;
-    if (t.size() > 1) {
-        const std::string number = t.substr(0, t.size() - 1);
-        return (m == 0 && number == "1" ? "\033O" : "\033[" + number + terminals[m]) + t.back();
-    }
-    const bool altered = key.kind == letter || (key.kind == digit && m == 3);
-    return m == 0                          ? t
-           : key.scan == 0x0F              ? (m == 1 ? "\033[Z" : "")
-           : m == 1 || (altered && m == 2) ? std::string(1, static_cast<char>(key.code[m]))
-           : altered                       ? "\033" + t
-                                           : "";
-}
-
 // The terminal library on a terminal of the test's own.
 TEST(Keyboards, Terminal) {
     setlocale(LC_ALL, "C.UTF-8");
@@ -216,8 +210,8 @@ TEST(Keyboards, Terminal) {
     for (const Key &key : keyboard()) {
         for (int m = 0; m < 4; m++) {
             const bool lost = m == 3 && (key.kind == cursor || key.kind == other);
-            if (const std::string bytes = sent(key, m); !bytes.empty()) {
-                makes(bytes, lost ? std::vector<int>{} : std::vector<int>{key.code[m]});
+            if (!key.sent[m].empty()) {
+                makes(key.sent[m], lost ? std::vector<int>{} : std::vector<int>{key.code[m]});
             }
         }
     }
