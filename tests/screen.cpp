@@ -115,7 +115,7 @@ const std::map<std::string, void (*)()> ways = {
     {"early", [] { plex::grafbuf = nullptr, plex::dsptyp = 0; }}, // no method is chosen
     {"core", [] { plex::nocore = 0; }},
     {"told", [] { plex::catrpt = [](auto *name) { printf("%s:%02X:", name, curatr.attr); }; }},
-    {"twice", [] { plex::catrpt = [](auto *) { plex::catastro("again"); }; }},
+    {"twice", [] { plex::catrpt = [](auto *) { plex::locate(0, 0), plex::catastro("again"); }; }},
     {"exit", [] { plex::cataexit(); }},
     {"memory", [] { test::fault(nomemory), plex::alcmem(1); }},
     {"tiles", [] { test::fault(nomemory), plex::alctile(1, 1); }},
