@@ -13,6 +13,6 @@ print "\e[0;0;1;34;45m\e[0;0;;;44m" / is attr 25 / print "\e[;5H" / at 4 0
 # Index and reverse index are the only movements that scroll.
 reset window / print "ab\ncd\ncut\nxy\eD" / at 10 8 / screen 10 5 |cd...|cut..|xy...|     |
 locate 12 5 / print "\eM" / at 10 5 / screen 10 5 |     |cd...|cut..|xy...|
-locate 12 7 / print "\eM" / at 12 6 / print "\eD" / at 12 7
+locate 12 7 / print "\eM" / at 12 6 / print "\eD\eD" / at 12 8
 # On the screen's first row the row wraps: to the bottom, scrolling up.
 reset / print "abc\eM" / at 0 24 / screen 0 0 |...| / screen 0 23 |...|   |
