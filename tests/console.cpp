@@ -111,8 +111,10 @@ TEST(Segment, IsSharedOrFatal) {
     constexpr auto screen = [] {
         plex::opntrm(plex::DSP_REMOTE, "test"); // gives up the image from before
         plex::unxprntf("seen");
+        plex::updtrm(0); // asks for a repaint
         auto *image = static_cast<unsigned char *>(plex::opncshm(plex::imagebytes));
-        printf("%c%c %d", image[0], image[6], image[plex::cellbytes + plex::UPD_CURCOL]);
+        const unsigned char *flags = image + plex::cellbytes;
+        printf("%c%c %d%d", image[0], image[6], flags[plex::UPD_CURCOL], flags[plex::UPD_ALL]);
         plex::clstrm();
     };
     const std::string larger = "Server: Could not get shared memory. (22 Invalid argument)\n\n";
@@ -140,7 +142,7 @@ TEST(Segment, IsSharedOrFatal) {
              "Server: Could not remove shared memory (22 Invalid argument).\n||0"},
         {-1, "", client,
          "Client: Could not get shared memory (2 No such file or directory).\n\n||90"},
-        {-1, "", screen, "Server: Attached\nClient: Attached\nsn 4||0"},
+        {-1, "", screen, "Server: Attached\nClient: Attached\nsn 41||0"},
         {100, "", server, larger + "||90"},
         {100, "", screen, larger + "|" + larger + "|80"}, // a fatal error within one
         {4029, "shmat:1:12", server, noserver + "12 Cannot allocate memory).\n\n||90"},
