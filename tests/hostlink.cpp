@@ -84,20 +84,18 @@ TEST(Hostlink, WhatCanCome) {
 }
 
 TEST(Hostlink, WhatFailsIsLogged) {
-    EXPECT_EQ(
-        test::told([] {
-            test::logout("stderr");
-            Pair pair;
-            printf("%d ", plex::send_fd(pair.fd[1], -1));
-            pair.say("+<");
-            printf("%d ", plex::recv_fd(pair.fd[0]));
-            pair.say(".");
-            printf("%d ", plex::send_fd(pair.fd[0], 0)); // and no SIGPIPE
-            printf("%d ", plex::hostkill(pair.fd[0], 3));
-            printf("%d", errno == EPIPE);
-        }),
-        "-1 -1 -1 -1 1|I_SENDFD: Bad file descriptor (9)\nI_RECVFD: Too many open files (24)\n"
-        "I_SENDFD: Broken pipe (32)\n|0");
+    EXPECT_EQ(test::told([] {
+                  test::logout("stderr");
+                  Pair pair;
+                  test::say({plex::send_fd(pair.fd[1], -1)});
+                  pair.say("+<");
+                  test::say({plex::recv_fd(pair.fd[0])});
+                  pair.say("."); // no SIGPIPE
+                  test::say({plex::send_fd(pair.fd[0], 0), plex::hostkill(pair.fd[0], 3),
+                             errno == EPIPE});
+              }),
+              "-1 -1 -1 -1 1 |I_SENDFD: Bad file descriptor (9)\n"
+              "I_RECVFD: Too many open files (24)\nI_SENDFD: Broken pipe (32)\n|0");
 }
 
 // Whatever the cuts, the same is heard. A start without a descriptor, a failure and ends stand

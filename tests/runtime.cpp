@@ -29,6 +29,7 @@ namespace {
 using namespace plex;
 using namespace std::string_literals;
 using test::inchild;
+using test::say;
 using test::slurp;
 using test::spew;
 using test::told;
@@ -73,21 +74,17 @@ TEST_F(Runtime, Configuration) {
 }
 
 TEST_F(Runtime, Log) {
-    const char *const targets[][3] = {
-        {nullptr, "", "||0"},    {"NULL", "", "||0"},     {"File", "x1", "||0"},
-        {"STDOUT", "", "x1||0"}, {"stderr", "", "|x1|0"}, {"/no/such/file", "", "||0"},
-    };
-    for (const auto &[target, file, want] : targets) {
-        spew("default.log", file[0] != '\0' ? "old text to be emptied" : "");
-        EXPECT_EQ(told([name = target] {
-                      name != nullptr ? setenv("BBSLOG", name, 1) : 0;
+    spew("default.log", "old text to be emptied");
+    EXPECT_EQ(told([] {
+                  for (const char *target : {"NULL", "STDOUT", "File", "/no/such/file", "stderr"}) {
+                      setenv("BBSLOG", target, 1);
                       bgnlog("default.log");
-                      inform("%s%d", "x", 1);
-                      _exit(0); // nothing may be left in a buffer
-                  }),
-                  want);
-        EXPECT_EQ(slurp("default.log"), file);
-    }
+                      inform("%s%d ", target, 1);
+                  }
+                  _exit(0); // nothing may be left in a buffer
+              }),
+              "STDOUT1 |stderr1 |0");
+    EXPECT_EQ(slurp("default.log"), "File1 ");
     const char data[] = "\0\x11\"3DUfw\x88\x99\xAA\xBB\xCC\xDD\xEE\xFFqrs";
     const std::string name65(65, 'n');
     const std::string longest(3000, 'l');
@@ -132,11 +129,9 @@ TEST_F(Runtime, LockHasOneOwner) {
     fstat(fd, &st);
     EXPECT_EQ(st.st_mode & 07777, 0700U);
     EXPECT_EQ(told([] {
-                  printf("%d ", maklck("pid"));
-                  printf("%d ", dellck(99, "pid"));
-                  printf("%d", maklck("no/pid"));
+                  say({maklck("pid"), dellck(99, "pid"), maklck("no/pid")});
               }),
-              "-1 -1 -1|fcntl: 11 (Resource temporarily unavailable)\n"
+              "-1 -1 -1 |fcntl: 11 (Resource temporarily unavailable)\n"
               "fcntl: 9 (Bad file descriptor)\nmaklck:open: 2 (No such file or directory)\n|0");
     EXPECT_EQ(dellck(fd, "pid"), 1);
     EXPECT_FALSE(test::exists("pid"));
@@ -144,8 +139,7 @@ TEST_F(Runtime, LockHasOneOwner) {
 }
 
 TEST_F(Runtime, HandlersStayAndInterrupt) {
-    static volatile sig_atomic_t caught;
-    EXPECT_EQ(usignal(SIGUSR1, [](int) { caught = caught + 1; }), SIG_DFL);
+    EXPECT_EQ(usignal(SIGUSR1, [](int) {}), SIG_DFL);
     test::Program sender([] { // its end would end the reads
         test::eventually([] { return kill(getppid(), SIGUSR1) != 0; });
     });
@@ -154,11 +148,8 @@ TEST_F(Runtime, HandlersStayAndInterrupt) {
         EXPECT_EQ(read(sender.out, &c, 1), -1) << "the read was restarted";
         EXPECT_EQ(errno, EINTR);
     }
-    EXPECT_GE(caught, 2);
     EXPECT_NE(usignal(SIGUSR1, SIG_IGN), SIG_DFL);
     EXPECT_EQ(usignal(SIGKILL, SIG_IGN), SIG_ERR);
-    ignore_sigpipe();
-    EXPECT_EQ(usignal(SIGPIPE, SIG_DFL), SIG_IGN);
 }
 
 // The child of a parent that waits, until it ends; the parent then tells how.
@@ -180,12 +171,10 @@ void unattended() {
 
 void mostfiles() {
     test::logout();
-    const int done = maxfil(50);
     rlimit limit = {};
-    getrlimit(RLIMIT_NOFILE, &limit);
-    const int bad = maxfil(-1);
+    say({maxfil(50), getrlimit(RLIMIT_NOFILE, &limit), maxfil(-1)});
     gfinit();
-    printf("%d %d %d %d", done, static_cast<int>(limit.rlim_cur), bad, fopavl);
+    say({static_cast<int>(limit.rlim_cur), fopavl});
 }
 
 void breakpipe() {
@@ -207,7 +196,7 @@ TEST_F(Runtime, Services) {
         {"fork:1:11", daemon_wait, "||255"},
         {"", unattended, "|111000|0"},
         {"fork:1:11", daemon_init, "|Fork failed: Resource temporarily unavailable\n|1"},
-        {"", mostfiles, "maxfil: Maximum open files = 50\n0 50 -1 50||0"},
+        {"", mostfiles, "maxfil: Maximum open files = 50\n0 0 -1 50 50 ||0"},
         {"getrlimit:1:1", [] { gfinit(), _exit(fopavl); }, "||60"},
         {"getrlimit:1:1", [] { _exit(maxfil(5)); }, "||255"},
         {"setrlimit:1:1", [] { _exit(maxfil(5)); }, "||255"},
@@ -264,51 +253,35 @@ TEST_F(Runtime, FilesAndDisks) {
 
 // What a host and the daemon say when calls fail; the rest of it tests/faults.py has.
 TEST_F(Runtime, Plumbing) {
-    EXPECT_EQ(told([] {
-                  test::logout("stderr");
-                  printf("%d ", lsnsoc("no/such/e"));
-                  printf("%03o ", umask(022)); // deliberately left at 0
-                  printf("%d ", lsnsoc(std::string(200, 'x').c_str()));
-                  printf("%d ", fdserver("missing"));
-                  printf("%d ", fdserver("cfg") >= 0);
-                  close(lsnsoc("closed"));
-                  printf("%d ", fdserver("closed"));
-                  const int fdm = dup(0);
-                  printf("%d ", ptys_open(fdm, "/no/such"));
-                  printf("%d", fcntl(fdm, F_GETFD)); // closed on the way
-              }),
-              "-1 000 -1 -1 1 -1 -5 -1|creat: No such file or directory\n"
-              "creat: File name too long\nfdserver:open: No such file or directory"
-              "fdserver:open: Connection refused|0");
-    int fdm = -1;
-    char name[PTYNAME];
-    if (pty_fork(&fdm, name, nullptr, nullptr) == 0) { // no settings, no size
-        winsize size = {};
-        ioctl(0, TIOCGWINSZ, &size);
-        printf("%d %d", size.ws_row, size.ws_col);
-        exit(0);
-    }
-    EXPECT_EQ(test::drain(fdm), "0 0");
-    EXPECT_TRUE(test::exists(name)) << name;
-    close(fdm);
+    EXPECT_EQ(
+        told([] {
+            test::logout("stderr");
+            say({lsnsoc("no/such/e"), static_cast<int>(umask(022))}); // deliberately left at 0
+            say({lsnsoc(std::string(200, 'x').c_str()), fdserver("missing")});
+            say({fdserver("cfg") >= 0, close(lsnsoc("closed")), fdserver("closed")});
+            const int fdm = dup(0); // closed on the way
+            say({ptys_open(fdm, "/no/such"), fcntl(fdm, F_GETFD)});
+        }),
+        "-1 0 -1 -1 1 0 -1 -5 -1 |creat: No such file or directory\n"
+        "creat: File name too long\nfdserver:open: No such file or directory"
+        "fdserver:open: Connection refused|0");
 }
 
 // The choice of a console, and how opening it ends here: only the null console needs nothing.
 TEST_F(Runtime, TheSwitchChoosesTheMethod) {
-    const std::string none = "FATAL ERROR: screen/keyboard method not specified!\n";
-    const std::string nodisplay = "2|Display open failed. Exiting.\n|1";
+    const char *const none = "FATAL ERROR: screen/keyboard method not specified!\n";
+    const char *const nodisplay = "2 |Display open failed. Exiting.\n|1";
     const struct {
         const char *bbsdisp;
         int type;
-        const char *name;
-        std::string told;
-    } rows[] = {{"xwindow", 8, "vosterd", "8||42"},
-                {"NULLCON", 0, nullptr, "8||42"},
-                {"", 0, "PlexHost", "1||42"},
-                {"XWindow", 0, "plexhost", "1||42"},
+        const char *name, *told;
+    } rows[] = {{"xwindow", 8, "vosterd", "8 ||42"},
+                {"NULLCON", 0, nullptr, "8 ||42"},
+                {"", 0, "PlexHost", "1 ||42"},
+                {"XWindow", 0, "plexhost", "1 ||42"},
                 {"xwindow", 0, nullptr, nodisplay},
                 {"", 0, "other", nodisplay},
-                {"unixcon", 0, "plexhost", "256|"},
+                {"unixcon", 0, "plexhost", "256 |"},
                 {"bogus", 0, "plexhost", none},
                 {"", 0x40, "x", none}};
     for (const auto &r : rows) {
@@ -316,13 +289,11 @@ TEST_F(Runtime, TheSwitchChoosesTheMethod) {
             unsetenv("DISPLAY");
             r.bbsdisp[0] != '\0' ? setenv("BBSDISP", r.bbsdisp, 1) : unsetenv("BBSDISP");
             test::logout();
-            atexit([] { printf("%d", dsptyp); });
+            atexit([] { say({dsptyp}); });
             opntrm(r.type, r.name);
             if (dsptyp == DSP_NULL) {
-                updtrm(1);
-                trmbel(1);
+                updtrm(1), trmbel(1), clstrm();
                 EXPECT_EQ(plex::getch() + getchc() + kbhit(), 0);
-                clstrm();
             }
             exit(xapnam == r.name && lascan() == 1 ? 42 : 43);
         });

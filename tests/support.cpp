@@ -164,6 +164,12 @@ std::string told(const std::function<void()> &body) {
     return o.out + "|" + o.err + "|" + std::to_string(o.code());
 }
 
+void say(std::initializer_list<int> results) {
+    for (const int result : results) {
+        printf("%d ", result);
+    }
+}
+
 void logout(const char *where) {
     setenv("BBSLOG", where, 1);
     plex::bgnlog("");

@@ -78,6 +78,8 @@ public:
 Outcome inchild(const std::function<void()> &body);
 std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
 
+void say(std::initializer_list<int> results); // on standard output, a blank behind each
+
 // Starts the log, to standard output or error.
 void logout(const char *where = "stdout");
 
