@@ -5,9 +5,9 @@
 #include "libunix/plumbing/svr4fd.h"
 #include "tests/support.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <set>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -102,46 +102,43 @@ TEST(Hostlink, WhatFailsIsLogged) {
 // between.
 TEST(Hostlink, EverySplit) {
     std::string stream;
-    std::vector<size_t> passed; // where bytes stand that bring a descriptor
+    std::set<size_t> behind; // the bytes that bring a descriptor, where the kernel cuts, too
     for (const int kind : {-3, -1, -1, -2, -1, -3, -1}) {
         const plex::clientmsg m = {static_cast<int>(stream.size()), kind, 0};
         stream.append(reinterpret_cast<const char *>(&m), sizeof m);
         if (kind == -1 && stream.size() != 37) { // the second start's was refused
-            passed.push_back(stream.size());
             stream.push_back('\0');
+            behind.insert(stream.size());
         }
     }
-    std::string heard[2]; // of bytes that are fed, and read from a link
-    const auto hear = [&](bool read, const plex::Hostitem &item) {
-        heard[read] += std::to_string(item.record.usrnum) + (item.fd >= 0 ? "+ " : " ");
-        EXPECT_TRUE(item.fd < 0 || close(item.fd) == 0);
-    };
     const int before = test::nextfd();
     for (size_t cut = 0; cut <= stream.size(); cut++) {
+        std::string heard[2]; // of bytes that are fed, and read from a link
+        const auto hear = [&](std::string &all, const plex::Hostitem &item) {
+            all += std::to_string(item.record.usrnum) + (item.fd >= 0 ? "+ " : " ");
+            EXPECT_TRUE(item.fd < 0 || close(item.fd) == 0);
+        };
         plex::Hostpart parts[2] = {};
         plex::Hostitem item;
         Pair pair;
-        for (size_t at = 0, end = 0; at < stream.size(); at = end) {
-            // The kernel cuts behind a descriptor's byte.
-            const auto next = std::lower_bound(passed.begin(), passed.end(), at);
-            end = std::min(next == passed.end() ? stream.size() : *next + 1,
-                           at < cut ? cut : stream.size());
-            const bool brings = std::count(passed.begin(), passed.end(), end - 1) != 0;
+        std::set<size_t> ends = behind;
+        ends.insert(cut);
+        for (size_t at = 0; const size_t end : ends) {
+            const size_t bytes = end - at - behind.count(end);
+            EXPECT_EQ(write(pair.fd[1], &stream[at], bytes), static_cast<ssize_t>(bytes));
+            EXPECT_TRUE(bytes == end - at || plex::send_fd(pair.fd[1], 0) == 0);
             plex::Hostbytes in = {reinterpret_cast<unsigned char *>(&stream[at]), end - at,
-                                  brings ? fcntl(0, F_DUPFD_CLOEXEC, 0) : plex::NOFD};
+                                  bytes < end - at ? dup(0) : plex::NOFD};
             while (plex::hostdecode(parts[0], in, item) == Link::got) {
-                hear(false, item);
+                hear(heard[0], item);
             }
-            const size_t plain = end - at - (brings ? 1 : 0);
-            EXPECT_EQ(write(pair.fd[1], &stream[at], plain), static_cast<ssize_t>(plain));
-            EXPECT_TRUE(!brings || plex::send_fd(pair.fd[1], 0) == 0);
             while (plex::hostnext(pair.fd[0], parts[1], item) == Link::got) {
-                hear(true, item);
+                hear(heard[1], item);
             }
+            at = end;
         }
-        for (std::string &one : heard) {
-            EXPECT_EQ(std::exchange(one, ""), "0 12+ 25 37 49+ 62 74+ ") << "cut at " << cut;
-        }
+        EXPECT_EQ(heard[0], "0 12+ 25 37 49+ 62 74+ ") << "cut at " << cut;
+        EXPECT_EQ(heard[1], heard[0]) << "cut at " << cut;
     }
     EXPECT_EQ(test::nextfd(), before) << "a descriptor stayed open";
 }

@@ -17,20 +17,15 @@
 
 namespace test {
 
-Home::Home() : before(open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+Home::Home() {
     char name[] = "/tmp/plextest.XXXXXX";
     path = mkdtemp(name);
-    if (chdir(path.c_str()) != 0) {
-        abort();
-    }
+    std::filesystem::current_path(path);
 }
 
 Home::~Home() {
-    if (fchdir(before) != 0) {
-        abort();
-    }
-    close(before);
     std::error_code ignored;
+    std::filesystem::current_path("/");
     std::filesystem::remove_all(path, ignored);
 }
 

@@ -23,9 +23,6 @@ public:
     Home &operator=(const Home &) = delete;
 
     std::string path;
-
-private:
-    int before; // the directory to return to
 };
 
 std::string slurp(const std::string &path); // a whole file; empty when it is missing
@@ -47,11 +44,11 @@ std::string drain(int fd);
 // The descriptor that would be opened next: the same as before when nothing was left open.
 int nextfd();
 
-// How a child ended, and what it wrote.
+// How a child ended (its exit code, 128 + the signal that ended it, or -1 when it had to be
+// killed), and what it wrote.
 struct Outcome {
     std::string out, err;
-    int status =
-        -1; // the exit code, 128 + the signal that ended it, or -1 when it had to be killed
+    int status = -1;
 
     int code() const { return status; }
 };

@@ -31,7 +31,6 @@ namespace {
 
 using namespace plex;
 using namespace std::string_literals;
-using test::inchild;
 
 // What calls returned, and what they must.
 void same(std::initializer_list<std::pair<int, int>> rows) {
@@ -172,19 +171,19 @@ TEST(Memory, BlocksTilesAndAttributes) {
 
 TEST(Memory, TemporaryNamesAreNew) {
     const test::Home home;
-    for (const auto &[pid, hex] : {std::pair{7, "0007"}, {0x1234, "1234"}, {0x8ABC, "FFFF8ABC"}}) {
-        const auto outcome = inchild([&, number = pid, digits = hex] {
-            process = number;
-            char name[64];
-            printf("%s ", tmpfil(".", "tmp", name));
-            for (int i = 2; i < 258; i++) { // the next 256 are taken
-                snprintf(name, sizeof name, "%04X%s.tmp", i, digits);
-                test::spew(name, "");
-            }
-            printf("%d ", tmpfil(".", "tmp", name) == nullptr);
-            printf("%s", tmpfil(".", "tmp", name));
-        });
-        EXPECT_EQ(outcome.out, "./0001"s + hex + ".tmp 1 ./0102" + hex + ".tmp");
+    for (const auto &[pid, hex] : {std::pair{7, "0007"}, {0x8ABC, "FFFF8ABC"}}) {
+        EXPECT_EQ(test::told([&, number = pid, digits = hex] {
+                      process = number;
+                      char name[64];
+                      printf("%s ", tmpfil(".", "tmp", name));
+                      for (int i = 2; i < 258; i++) { // the next 256 are taken
+                          snprintf(name, sizeof name, "%04X%s.tmp", i, digits);
+                          test::spew(name, "");
+                      }
+                      printf("%d ", tmpfil(".", "tmp", name) == nullptr);
+                      printf("%s", tmpfil(".", "tmp", name));
+                  }),
+                  "./0001"s + hex + ".tmp 1 ./0102" + hex + ".tmp||0");
     }
 }
 
@@ -295,18 +294,12 @@ TEST(Command, Failures) {
     for (int i = 1; i < 49; i++) {
         fits += " " + std::to_string(i);
     }
-    const std::string rows[][2] = {{"  ", "execv failed: (2) No such file or directory"},
-                                   {"\"\"", "execv failed: (2) No such file or directory"},
-                                   {"/tmp", "execv failed: (13) Permission denied"},
-                                   {fits + " 49", "Too many arguments."},
-                                   {"", "cmdstg is NULL."}};
-    for (const auto &[text, why] : rows) {
-        EXPECT_EQ(test::told([line = text] {
-                      _exit(dospawn(line.empty() ? nullptr : std::string(line).data()));
-                  }),
-                  "|dospwn: " + why + "\n|255");
-    }
-    EXPECT_EQ(test::told([&] { dospawn(fits.data()); }), fits.substr(10) + "\n||0");
+    const auto run = [](std::string line) { return test::told([&] { dospawn(line.data()); }); };
+    EXPECT_EQ(run(fits), fits.substr(10) + "\n||0");
+    EXPECT_EQ(run(fits + " 49"), "|dospwn: Too many arguments.\n|0");
+    EXPECT_EQ(run("/tmp"), "|dospwn: execv failed: (13) Permission denied\n|0");
+    EXPECT_EQ(run("  "), "|dospwn: execv failed: (2) No such file or directory\n|0");
+    EXPECT_EQ(test::told([] { _exit(dospawn(nullptr)); }), "|dospwn: cmdstg is NULL.\n|255");
 }
 
 } // namespace
