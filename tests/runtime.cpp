@@ -1,5 +1,5 @@
-// What programs stand on: configuration, log, lock, processes, files, and how their calls fail; the
-// choice of a console.
+// What programs stand on: configuration, log, processes, files, and how their calls fail; the
+// choice of a console. The lock and what else a daemon shows: tests/daemon.py.
 
 #include "libunix/console/trm.h"
 #include "libunix/daemon/endings.h"
@@ -120,22 +120,6 @@ TEST_F(Runtime, Log) {
                          " longer than max 64 bytes\ncreattemp: path=[" + o.err.substr(1) +
                          "] attrib=7 fd=-1\ncreattemp: errno = 2 [" + why + "]\n" + disk + disk +
                          "dskfre: statvfs/statfs : " + why + "\n");
-}
-
-TEST_F(Runtime, LockHasOneOwner) {
-    umask(0);
-    const int fd = maklck("pid");
-    struct stat st = {};
-    fstat(fd, &st);
-    EXPECT_EQ(st.st_mode & 07777, 0700U);
-    EXPECT_EQ(told([] {
-                  say({maklck("pid"), dellck(99, "pid"), maklck("no/pid")});
-              }),
-              "-1 -1 -1 |fcntl: 11 (Resource temporarily unavailable)\n"
-              "fcntl: 9 (Bad file descriptor)\nmaklck:open: 2 (No such file or directory)\n|0");
-    EXPECT_EQ(dellck(fd, "pid"), 1);
-    EXPECT_FALSE(test::exists("pid"));
-    EXPECT_LT(fcntl(fd, F_GETFD), 0);
 }
 
 TEST_F(Runtime, HandlersStayAndInterrupt) {

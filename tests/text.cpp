@@ -259,21 +259,16 @@ TEST(ByteOrder, StoredIsLittleEndian) {
     EXPECT_EQ(pnsl2l(-2), nsl2l(-2)); // the word, not its address
 }
 
-// Where there are no quotes, and what holds for any command string: fuzz/command.cpp.
+// Where there are quotes (here '); without them, and what always holds: fuzz/command.cpp. A quote
+// that is never closed takes the rest. An escaped one closes nothing, also when a quote is moved
+// across it, or when a second backslash stands before it.
 TEST(Command, Words) {
-    const char *const rows[][2] = {
-        // ' stands for a quote
-        {"e 'a b' c", "e|a b|c|"},
-        {"e abc'd e'", "e|abcd e|"},
-        {"e 'ab'c", "e|abc|"},
-        {"e 'ab''c'", "e|abc|"},
-        {"e a\\'b", "e|a'b|"},
-        {"e ''", "e||"},
-        {"a 'b c", "a|b c|"},          // never closed: the rest is one word
-        {"a 'x\\' y' z", "a|x' y|z|"}, // an escaped quote closes nothing
-        {"a 'b'\\'c d", "a|b'c|d|"},   // nor does it when a quote is moved across it
-        {"a \\\\'b c", "a|'b|c|"},     // a quote behind two backslashes is escaped too
-        {"a x'b c'd'e f'g", "a|xb cde fg|"}};
+    const char *const rows[][2] = {{"e 'a b' c", "e|a b|c|"},   {"e 'ab''c'", "e|abc|"},
+                                   {"e 'ab'c", "e|abc|"},       {"e a\\'b", "e|a'b|"},
+                                   {"e ''a'", "e|a|"},          {"e ''", "e||"},
+                                   {"e a'd e'", "e|ad e|"},     {"a x'b c'd'e f'g", "a|xb cde fg|"},
+                                   {"a 'b c", "a|b c|"},        {"a 'x\\' y' z", "a|x' y|z|"},
+                                   {"a 'b'\\'c d", "a|b'c|d|"}, {"a \\\\'b c", "a|'b|c|"}};
     for (const auto &[line, words] : rows) {
         std::string text = line;
         std::string got;
