@@ -121,11 +121,10 @@ Program::Program(const std::vector<std::string> &argv)
     : Program([&] {
           dup2(open("/dev/null", O_RDONLY), 0);
           close_range(3, ~0U, 0);
-          std::vector<char *> args;
-          for (const std::string &arg : argv) {
-              args.push_back(const_cast<char *>(arg.c_str()));
+          std::vector<char *> args(argv.size() + 1);
+          for (size_t i = 0; i < argv.size(); i++) {
+              args[i] = const_cast<char *>(argv[i].c_str());
           }
-          args.push_back(nullptr);
           execvp(args[0], args.data());
           perror(args[0]);
           _exit(127);

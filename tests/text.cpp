@@ -251,11 +251,11 @@ TEST(ByteOrder, StoredIsLittleEndian) {
     EXPECT_EQ(memcmp(bytes, "\4\2\3\1", 4), 0);
     const uint16_t us = nus2l(0x0201);
     const uint32_t ul = nul2l(0x04030201);
-    EXPECT_EQ(memcmp(&us, "\1\2", 2) | memcmp(&ul, "\1\2\3\4", 4), 0);
+    EXPECT_TRUE(memcmp(&us, "\1\2", 2) == 0 && memcmp(&ul, "\1\2\3\4", 4) == 0);
     const uint16_t *copy = pnus2l(7);
     EXPECT_EQ(pnus2l(0x0201), copy); // one copy, overwritten
-    EXPECT_EQ(memcmp(copy, "\1\2", 2) | memcmp(pnul2l(0x04030201), "\1\2\3\4", 4), 0);
-    EXPECT_EQ(memcmp(pnss2l(-2), "\xFE\xFF", 2), 0);
+    EXPECT_TRUE(memcmp(copy, "\1\2", 2) == 0 && memcmp(pnss2l(-2), "\xFE\xFF", 2) == 0);
+    EXPECT_EQ(memcmp(pnul2l(0x04030201), "\1\2\3\4", 4), 0);
     EXPECT_EQ(pnsl2l(-2), nsl2l(-2)); // the word, not its address
 }
 

@@ -30,8 +30,8 @@ asinstalled() { # PACKAGE...: these, what they need, and what is essential
     mkdir -p "$work/own/var/lib/dpkg/info" "$work/own/var/lib/dpkg/updates"
     dpkg-query -s "${have[@]}" >"$work/own/var/lib/dpkg/status" 2>/dev/null || true
     { dpkg-query -L "${have[@]}" 2>/dev/null | grep ^/ || true; ls -d /*bin /lib* /etc/{passwd,group} /etc/alternatives/*; } |
-        sed -E 's,^/(s?bin|lib[0-9x]*)/,/usr/\1/,' | sort -u >"$work/list"
-    tar -C / --no-recursion --ignore-failed-read -cPT "$work/list" -C "$work/own" --recursion var
+        sed -E 's,^/,,; s,^(s?bin|lib[0-9x]*)/,usr/\1/,' | sort -u >"$work/list"
+    tar -C / --no-recursion --ignore-failed-read -cT "$work/list" -C "$work/own" --recursion var
 }
 tar=$build/root.tar
 if [ ! -s "$tar" ]; then
