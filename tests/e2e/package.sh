@@ -29,7 +29,8 @@ asinstalled() { # PACKAGE...: these, what they need, and what is essential
         $(dpkg-query -Wf '${Essential}${Package}\n' | sed -n s/^yes//p) 2>/dev/null | grep '^[a-z0-9]' | sort -u)
     mkdir -p "$work/own/var/lib/dpkg/info" "$work/own/var/lib/dpkg/updates"
     dpkg-query -s "${have[@]}" >"$work/own/var/lib/dpkg/status" 2>/dev/null || true
-    { dpkg-query -L "${have[@]}" 2>/dev/null | grep ^/ || true; ls -d /*bin /lib* /etc/{passwd,group} /etc/alternatives/*; } |
+    { dpkg-query -L "${have[@]}" 2>/dev/null | grep ^/ || true
+        ls -d /*bin /lib* /etc/{passwd,group} /etc/alternatives/* /var/lib/dpkg/info/*.list; } |
         sed -E 's,^/,,; s,^(s?bin|lib[0-9x]*)/,usr/\1/,' | sort -u >"$work/list"
     tar -C / --no-recursion --ignore-failed-read -cT "$work/list" -C "$work/own" --recursion var
 }
@@ -54,7 +55,7 @@ content() { (cd "$root" && find . -path ./var/lib/dpkg -prune -o -path './var/lo
     grep -vE '^./etc/(\.pwd\.lock|(group|g?shadow|passwd)-?)$' | sort); }
 inside() { # in the root, with devices and processes that vanish with it
     unshare -m --propagation private sh -c 'cd "$0" && mount -t proc proc proc && mount --rbind /dev dev &&
-        exec chroot . "$@"' "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"
+        exec chroot . "$@"' "$root" /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin "$@"
 }
 content >"$work/before"
 mkdir "$root/debs"
