@@ -161,6 +161,16 @@ void mostfiles() {
     say({static_cast<int>(limit.rlim_cur), fopavl});
 }
 
+void switchback() {
+    const uid_t user = getuid() == 0 ? 65534 : getuid(); // root may be somebody's program
+    EXPECT_EQ(getuid() == 0 ? setresuid(user, 0, 0) : 0, 0);
+    const uid_t first = geteuid();
+    relpriv();
+    say({geteuid() == user});
+    getpriv();
+    say({geteuid() == first});
+}
+
 void breakpipe() {
     lockfd = maklck(LOCKNAME);
     usignal(SIGPIPE, process_signal);
@@ -186,6 +196,7 @@ TEST_F(Runtime, Services) {
         {"setrlimit:1:1", [] { _exit(maxfil(5)); }, "||255"},
         {"close_range:1:38",
          [] { closeabove(dup2(2, 99) - 1), _exit(fcntl(99, F_GETFD) == -1 ? 0 : 1); }, "||0"},
+        {"", switchback, "1 1 ||0"},
         {"", breakpipe, "|SIGPIPE|0"},
     };
     for (const auto &r : rows) {
