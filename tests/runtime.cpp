@@ -134,6 +134,8 @@ TEST_F(Runtime, HandlersStayAndInterrupt) {
     }
     EXPECT_NE(usignal(SIGUSR1, SIG_IGN), SIG_DFL);
     EXPECT_EQ(usignal(SIGKILL, SIG_IGN), SIG_ERR);
+    ignore_sigpipe();
+    EXPECT_EQ(usignal(SIGPIPE, SIG_DFL), SIG_IGN);
 }
 
 // The child of a parent that waits, until it ends; the parent then tells how.
