@@ -254,7 +254,7 @@ TEST_F(Runtime, Plumbing) {
         told([] {
             test::logout("stderr");
             say({lsnsoc("no/such/e"), static_cast<int>(umask(022))}); // deliberately left at 0
-            say({lsnsoc(std::string(200, 'x').c_str()), fdserver("missing")});
+            say({lsnsoc(std::string(108, 'x').c_str()), fdserver("missing")});
             say({fdserver("cfg") >= 0, close(lsnsoc("closed")), fdserver("closed")});
             const int fdm = dup(0); // closed on the way
             say({ptys_open(fdm, "/no/such"), fcntl(fdm, F_GETFD)});
