@@ -250,18 +250,19 @@ TEST_F(Runtime, FilesAndDisks) {
 
 // What a host and the daemon say when calls fail; the rest of it tests/faults.py has.
 TEST_F(Runtime, Plumbing) {
-    EXPECT_EQ(
-        told([] {
-            test::logout("stderr");
-            say({lsnsoc("no/such/e"), static_cast<int>(umask(022))}); // deliberately left at 0
-            say({lsnsoc(std::string(108, 'x').c_str()), fdserver("missing")});
-            say({fdserver("cfg") >= 0, close(lsnsoc("closed")), fdserver("closed")});
-            const int fdm = dup(0); // closed on the way
-            say({ptys_open(fdm, "/no/such"), fcntl(fdm, F_GETFD)});
-        }),
-        "-1 0 -1 -1 1 0 -1 -5 -1 |creat: No such file or directory\n"
-        "creat: File name too long\nfdserver:open: No such file or directory"
-        "fdserver:open: Connection refused|0");
+    EXPECT_EQ(told([] {
+                  test::logout("stderr");
+                  say({lsnsoc("no/such/e"), umask(022) == 0}); // deliberately left so
+                  say({close(lsnsoc("closed")), umask(022) == 022, fdserver("closed")});
+                  say({lsnsoc(std::string(108, 'x').c_str()), fdserver("missing")});
+                  const int lock = maklck("lock");
+                  say({dellck(lock, "lock"), fcntl(lock, F_GETFD)});
+                  const int fdm = dup(0); // closed on the way
+                  say({fdserver("cfg") >= 0, ptys_open(fdm, "/no/such"), fcntl(fdm, F_GETFD)});
+              }),
+              "-1 1 0 1 -1 -1 -1 1 -1 1 -5 -1 |creat: No such file or directory\n"
+              "fdserver:open: Connection refusedcreat: File name too long\n"
+              "fdserver:open: No such file or directory|0");
 }
 
 // The choice of a console, and how opening it ends here: only the null console needs nothing.
