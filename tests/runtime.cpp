@@ -199,6 +199,11 @@ TEST_F(Runtime, Services) {
         {"close_range:1:38",
          [] { closeabove(dup2(2, 99) - 1), _exit(fcntl(99, F_GETFD) == -1 ? 0 : 1); }, "||0"},
         {"", switchback, "1 1 ||0"},
+        {"socket:1:24",
+         [] {
+             umask(7), say({lsnsoc("e"), umask(0) == 7});
+         },
+         "-1 1 |pipe: Too many open files\n|0"},
         {"", breakpipe, "|SIGPIPE|0"},
     };
     for (const auto &r : rows) {
