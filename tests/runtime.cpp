@@ -253,7 +253,7 @@ TEST_F(Runtime, FilesAndDisks) {
     EXPECT_EQ(unxgtd(-1) + static_cast<unsigned>(unxstd("missing", 0, 0x2065)), 0U);
 }
 
-// What a host and the daemon say when calls fail; the rest of it tests/faults.py has.
+// What a host and the daemon say when calls fail; the rest of it tests/daemon.py has.
 TEST_F(Runtime, Plumbing) {
     EXPECT_EQ(told([] {
                   test::logout("stderr");
