@@ -89,8 +89,7 @@ message 3 English/ANSI 4 "Bye"
         def patch(at, kind, number):
             new = struct.pack("<" + kind, number).decode("latin-1")
             return FILE[:at] + new + FILE[at + len(new):]
-        variables, table = 'CANNOT READ "f.mcv" VARIABLES', 'CANNOT READ "f.mcv" LENGTH TABLE'
-        pointers, big = 'CANNOT READ "f.mcv" POINTER ARRAY', 2**31 - 1
+        variables, big = 'CANNOT READ "f.mcv" VARIABLES', 2**31 - 1
         read = "CANNOT READ MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv"
         for number, text, why in (
                 (1, FILE, "CANNOT READ MESSAGE NUMBER 1 (LANGUAGE 0) IN f.mcv"),
@@ -99,11 +98,8 @@ message 3 English/ANSI 4 "Bye"
                 (0, patch(TRAILER, "i", -1), variables),
                 (0, patch(TRAILER + 12, "h", 0), variables),
                 (0, patch(TRAILER + 14, "h", -1), variables),
-                (0, patch(TRAILER + 8, "i", -1), pointers),
-                (0, patch(TRAILER + 8, "i", big), pointers),
-                (0, patch(TRAILER + 14, "h", 16000), pointers),
-                (0, patch(TRAILER + 4, "i", -1), table),
-                (0, patch(TRAILER + 4, "i", big), table),
+                (0, patch(TRAILER + 8, "i", -1), 'CANNOT READ "f.mcv" POINTER ARRAY'),
+                (0, patch(TRAILER + 4, "i", big), 'CANNOT READ "f.mcv" LENGTH TABLE'),
                 (0, patch(LOCATIONS, "i", -9), "CANNOT SEEK MESSAGE NUMBER 0 (LANGUAGE 0) IN f.mcv\n"),
                 (0, patch(LOCATIONS, "i", TRAILER), read),
                 # With one language a text goes to where the next one begins.

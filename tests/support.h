@@ -23,9 +23,6 @@ public:
     Home &operator=(const Home &) = delete;
 
     std::string path;
-
-private:
-    int before; // the directory to return to
 };
 
 std::string slurp(const std::string &path); // a whole file; empty when it is missing
@@ -38,8 +35,8 @@ bool eventually(const std::function<bool()> &done);
 // Waits until `fd` can be read (or is at its end); false when patience ran out.
 bool readable(int fd, int milliseconds = patience);
 
-// Reads exactly `len` bytes, until `text` has come, or until the end of the stream (a terminal's
-// hang-up counts); less when that or patience comes first.
+// Reads exactly `len` bytes, until `text` has come, or until the end of the stream; less when that
+// or patience comes first.
 std::string take(int fd, size_t len);
 std::string expect(int fd, const std::string &text);
 std::string drain(int fd);
@@ -47,14 +44,13 @@ std::string drain(int fd);
 // The descriptor that would be opened next: the same as before when nothing was left open.
 int nextfd();
 
-// How a child ended, and what it wrote.
+// How a child ended (its exit code, 128 + the signal that ended it, or -1 when it had to be
+// killed), and what it wrote.
 struct Outcome {
-    int status = -1; // as waitpid has it
-    std::string out;
-    std::string err;
+    std::string out, err;
+    int status = -1;
 
-    // The exit code, 128 + the signal that ended it, or -1 when it had to be killed.
-    int code() const;
+    int code() const { return status; }
 };
 
 // A process beside the test, with its output captured, killed at the latest by the destructor or
@@ -69,20 +65,17 @@ public:
     Program(const Program &) = delete;
     Program &operator=(const Program &) = delete;
 
-    // Waits for its end, bounded; then its output is complete.
-    Outcome wait();
+    Outcome wait(); // for its end, bounded
 
     pid_t pid = -1;
     int out = -1; // its standard output and error, to be read while it runs
     int err = -1;
-
-private:
-    Outcome outcome;
-    bool ended = false;
 };
 
 Outcome inchild(const std::function<void()> &body);
 std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
+
+void say(std::initializer_list<int> results); // on standard output, a blank behind each
 
 // Starts the log, to standard output or error.
 void logout(const char *where = "stdout");

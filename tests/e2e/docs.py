@@ -1,10 +1,8 @@
 #!/usr/bin/env python3
 """Holds the documents against the tree:  docs.py SOURCE BUILD
 
-Every source file is on the map, everything the map and its flows name exists; every public routine
-stands under a comment; every command that the README shows runs; every page that a document points
-to is there; the man pages have no errors.
-"""
+Every source file is on the map, everything the map names exists; every public routine stands under a comment; every
+command that the README shows runs; every page that a document points to is there; the man pages have no errors."""
 import glob
 import os
 import re
@@ -14,7 +12,7 @@ import tempfile
 import unittest
 
 SOURCE, BUILD = map(os.path.abspath, sys.argv[1:3])
-MAP = "docs/architecture.md"
+MAP, FOLDERS = "docs/architecture.md", ("libunix", "libsrc", "tools", "tests", "bench", "fuzz", "scripts")
 
 
 def read(path):
@@ -23,13 +21,14 @@ def read(path):
 
 
 def files(*folders, ends=(".cpp", ".h", ".c", ".t", ".py", ".sh")):
-    return sorted(path for folder in folders for path in glob.glob(folder + "/**", recursive=True)
-                  if path.endswith(ends))
+    return [path for folder in folders for path in sorted(glob.glob(folder + "/**", recursive=True))
+            if path.endswith(ends)]
 
 
 def run(*command, **more):
-    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                           stdin=subprocess.DEVNULL, timeout=300, check=False, **more)
+    return done.returncode, done.stdout[-2000:]
 
 
 class Documents(unittest.TestCase):
@@ -45,13 +44,9 @@ class Documents(unittest.TestCase):
                 found = glob.glob(os.path.join(folder, name)) or glob.glob(name) or glob.glob(beside)
                 self.assertTrue(found, "%s: %s: %s does not exist" % (MAP, folder, name))
                 known.update(map(os.path.normpath, found))
-        for path in files("libunix", "libsrc", "tools", "tests", "bench", "fuzz", "scripts"):
+        for path in files(*FOLDERS):
             self.assertTrue(known & {path, os.path.dirname(path)}, MAP + " does not name " + path)
-
-    def test_flows(self):
-        steps = re.findall(r"`([\w/]+\.(?:cpp|h)):(\w+)`", read(MAP))
-        self.assertTrue(steps)
-        for path, name in steps:
+        for path, name in re.findall(r"`([\w/]+\.(?:cpp|h)):(\w+)`", read(MAP)):  # a step of a flow
             self.assertRegex(read(path), r"(?m)^[^\s/#].*\b%s\(.*[^;]$" % name, path)
 
     def test_contracts(self):
@@ -77,23 +72,21 @@ class Documents(unittest.TestCase):
             for line in "".join(re.findall(r"(?ms)^```sh\n(.*?)^```", read("README.md"))).splitlines():
                 command = line.split("  #")[0].strip()
                 if not command.startswith(("./check", ".ci/run", "sudo ", "scripts/fuzz")):
-                    done = run("bash", "-c", command, cwd=copy)
-                    self.assertEqual(done.returncode, 0, command + "\n" + done.stdout[-2000:])
+                    code, said = run("bash", "-c", command, cwd=copy)
+                    self.assertEqual(code, 0, command + "\n" + said)
 
     def test_links(self):
-        folders = "docs|libunix|libsrc|tools|tests|bench|fuzz|scripts"
-        for path in ["README.md", "CONTRIBUTING.md", *files("docs", ends=(".md",))]:
+        for path in ["README.md", "CONTRIBUTING.md", *files("docs", ends=".md")]:
             targets = [os.path.join(os.path.dirname(path), target)
                        for target in re.findall(r"\]\(([^)#:]+)\)", read(path))]
-            targets += re.findall(r"`((?:%s)/[\w./-]+)`" % folders, read(path))
+            targets += re.findall(r"`((?:%s)/[\w./-]+)`" % "|".join(("docs", *FOLDERS)), read(path))
             for target in targets:
                 self.assertTrue(any(os.path.exists(target + end) for end in ("", ".cpp", ".h", ".py")),
                                 "%s names %s, which does not exist" % (path, target))
 
     def test_manuals(self):
         pages = files("docs/man", ends=tuple("123456789"))
-        self.assertTrue(pages)
-        self.assertEqual(run("mandoc", "-T", "lint", "-W", "warning", *pages).stdout, "")
+        self.assertEqual(run("mandoc", "-T", "lint", "-W", "warning", *pages), (0, ""))
 
 
 if __name__ == "__main__":
