@@ -82,12 +82,8 @@ void begin() {
     if (why.empty()) {
         why = plex::startdaemon(own, VOSTERD);
     }
-    int joined = 0;
-    while (why.empty() && (joined = plex::joindaemon(own)) == 0) {
-        usleep(1000);
-    }
-    if (joined < 0) {
-        why = "the daemon ended at once";
+    if (why.empty()) {
+        why = plex::awaitdaemon(own);
     }
     if (!why.empty()) {
         fail("%s", why.c_str());

@@ -373,14 +373,11 @@ void round(std::mt19937 &dice, int number) {
     if (why.empty()) {
         why = plex::startdaemon(acc.own, VOSTERD);
     }
+    if (why.empty()) {
+        why = plex::awaitdaemon(acc.own);
+    }
     if (!why.empty()) {
         giveup(why.c_str());
-    }
-    for (int ms = 0; plex::joindaemon(acc.own) == 0; ms++) {
-        poll(nullptr, 0, 1);
-        if (ms == patience) {
-            giveup("the daemon does not start");
-        }
     }
     printf("round %d\n", number);
     run(acc, Command::exits, 0);

@@ -22,19 +22,20 @@ struct Heard {
     std::string sent;
 };
 
-Heard &heard(void *who) {
-    return *static_cast<Heard *>(who);
+void heard(telnet_t * /*tracker*/, telnet_event_t *e, void *who) {
+    Heard &to = *static_cast<Heard *>(who);
+    if (e->type == TELNET_EV_DATA) {
+        to.keys.append(e->data.buffer, e->data.size);
+    } else if (e->type == TELNET_EV_SEND) {
+        to.sent.append(e->data.buffer, e->data.size);
+    } else if (e->type == TELNET_EV_IAC) {
+        to.events += "c" + std::to_string(e->iac.cmd);
+    } else if (e->type == TELNET_EV_SUBNEGOTIATION) {
+        to.events += "s" + std::string(e->sub.buffer, e->sub.size);
+    } else if (e->type == TELNET_EV_TTYPE) {
+        to.events += "t" + std::string(e->ttype.name);
+    }
 }
-
-constexpr harbour::TelnetUser user = {
-    [](void *who, const char *bytes, size_t len) { heard(who).keys.append(bytes, len); },
-    [](void *who, unsigned char code) { heard(who).events += "c" + std::to_string(code); },
-    [](void *who, int columns, int rows) {
-        require(columns >= 0 && columns < 65536 && rows >= 0 && rows < 65536);
-        heard(who).events += "s" + std::to_string(columns) + "x" + std::to_string(rows);
-    },
-    [](void *who, const char *name) { heard(who).events += std::string("t") + name; },
-    [](void *who, const char *bytes, size_t len) { heard(who).sent.append(bytes, len); }};
 
 // What a caller gets who takes the escapes out again.
 std::string received(const std::string &sent, bool binary) {
@@ -54,7 +55,7 @@ std::string received(const std::string &sent, bool binary) {
 // Feeds `bytes` in pieces of `most` at most; then writes them to the caller.
 bool feed(Heard &to, const std::string &bytes, size_t most) {
     harbour::Telnet telnet;
-    require(harbour::telnetopen(telnet, user, &to));
+    require(harbour::telnetopen(telnet, heard, &to));
     bool served = true;
     for (size_t at = 0; at < bytes.size() && served; at += most) {
         served = harbour::telnetread(telnet, bytes.data() + at, std::min(most, bytes.size() - at));

@@ -13,6 +13,7 @@
 #include "libsrc/common/msgfile.h"
 #include "libsrc/common/tfscan.h"
 #include "libunix/common/bytord.h"
+#include "libunix/common/cp437.h"
 #include "libunix/common/fndfil.h"
 #include "libunix/common/tiles.h"
 #include "libunix/common/tmpfil.h"

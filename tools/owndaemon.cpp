@@ -18,7 +18,7 @@
 namespace plex {
 namespace {
 
-constexpr int patience = 5000; // milliseconds for an orderly end, which takes one or two
+constexpr int patience = 5000; // milliseconds for a start, and for an end, which take one or two
 
 std::string because(const std::string &what) {
     return what + ": " + strerror(errno);
@@ -103,6 +103,17 @@ int joindaemon(OwnDaemon &own) {
     }
     own.pid = -1;
     return -1;
+}
+
+std::string awaitdaemon(OwnDaemon &own) {
+    for (int ms = 0; ms < patience; ms++) {
+        const int joined = joindaemon(own);
+        if (joined != 0) {
+            return joined > 0 ? "" : "vosterd ended at once";
+        }
+        delay(1000); // microseconds
+    }
+    return "vosterd does not start";
 }
 
 void stopdaemon(OwnDaemon &own) {

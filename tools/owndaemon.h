@@ -27,6 +27,10 @@ std::string startdaemon(OwnDaemon &own, std::string program = "");
 // has ended instead.
 int joindaemon(OwnDaemon &own);
 
+// Waits up to five seconds for it to listen: `link` is the connection then. Returns an empty string
+// or what went wrong.
+std::string awaitdaemon(OwnDaemon &own);
+
 // Closes the link, which ends the daemon and its commands, waits for it, removes a home that is not
 // kept. What was never made is passed over.
 void stopdaemon(OwnDaemon &own);

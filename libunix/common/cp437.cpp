@@ -45,4 +45,42 @@ int tocp437(wint_t c) {
     return -1;
 }
 
+std::string toutf8(std::string_view bytes) {
+    std::string out;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        const unsigned code = byte < 0x80 ? byte : table[byte];
+        if (code >= 0x800) {
+            out += static_cast<char>(0xE0 | code >> 12);
+        }
+        if (code >= 0x80) {
+            out += static_cast<char>(code >= 0x800 ? 0x80 | (code >> 6 & 0x3F) : 0xC0 | code >> 6);
+        }
+        out += static_cast<char>(code >= 0x80 ? 0x80 | (code & 0x3F) : code);
+    }
+    return out;
+}
+
+std::string fromutf8(std::string_view bytes, Utf8part &part) {
+    std::string out;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (part.left > 0 && (byte & 0xC0) == 0x80) {
+            part.code = part.code << 6 | (byte & 0x3F);
+            if (--part.left == 0) {
+                const int found = tocp437(part.code);
+                out += static_cast<char>(found >= 0 ? found : '?');
+            }
+            continue;
+        }
+        out.append(part.left > 0 ? 1 : 0, '?'); // that one was cut
+        part.left = byte >= 0xF8 ? 0 : byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC0 ? 1 : 0;
+        part.code = byte & (0x3FU >> part.left);
+        if (part.left == 0) {
+            out += byte < 0x80 ? c : '?';
+        }
+    }
+    return out;
+}
+
 } // namespace plex

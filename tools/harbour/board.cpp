@@ -2,114 +2,124 @@
 
 #include "libsrc/plex.h"
 #include "tools/harbour/console.h"
-#include "tools/harbour/listener.h"
 #include "tools/harbour/messages.h"
-#include "tools/harbour/poller.h"
-#include "tools/harbour/program.h"
-#include "tools/harbour/service.h"
-#include "tools/harbour/visit.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <initializer_list>
-#include <sys/resource.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace harbour {
 namespace {
 
-constexpr double mostlines = 1000;
-constexpr double mostminutes = 10000;
-constexpr int descriptors = 64; // besides a socket and a terminal for each line
-constexpr std::chrono::milliseconds parting(1000);
+constexpr milliseconds beat(50); // between two looks at the console's keys
+constexpr milliseconds parting(1000);
+constexpr milliseconds nap(1000); // while calls cannot even be refused
+constexpr int atonce = 64;        // calls taken in one turn
 
-int signals = -1;
-uint32_t signalsevents;
+Watch listener;
+Watch signals;
+int spare = -1; // given up for a moment to tell a caller that there is no room for him
+bool calls;     // wait to be taken
+Time awake;     // when calls are looked at again
+Time looked;    // at the console
 bool ending;
 
-std::string setting(const char *name, const char *otherwise) {
-    const char *value = plex::getcfg(name);
-    return value != nullptr && *value != '\0' ? value : otherwise;
+struct Address {
+    sockaddr_storage bytes = {};
+    socklen_t length = sizeof bytes;
+    sockaddr *get() { return reinterpret_cast<sockaddr *>(&bytes); }
+};
+
+bool parse(const std::string &where, Address &address) {
+    const size_t colon = std::min(where.rfind(':'), where.size());
+    const bool bracketed = colon > 1 && where[0] == '[' && where[colon - 1] == ']';
+    const std::string host = bracketed ? where.substr(1, colon - 2) : where.substr(0, colon);
+    const std::string port = where.substr(std::min(colon + 1, where.size()));
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_family = bracketed ? AF_INET6 : AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    double number = 0; // the resolver would take what is left of a greater one
+    if (host.empty() || !readnumber(port, 0, UINT16_MAX, number) ||
+        getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
+        return false;
+    }
+    memcpy(address.get(), found->ai_addr, found->ai_addrlen);
+    address.length = found->ai_addrlen;
+    freeaddrinfo(found);
+    return true;
 }
 
-std::chrono::milliseconds minutes(double number) {
-    return std::chrono::milliseconds(static_cast<int64_t>(number * 60000));
+std::string named(Address &address) {
+    char host[NI_MAXHOST] = "?";
+    char port[NI_MAXSERV] = "?";
+    getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
+                NI_NUMERICHOST | NI_NUMERICSERV);
+    const bool six = address.bytes.ss_family == AF_INET6;
+    return (six ? "[" + std::string(host) + "]:" : std::string(host) + ":") + port;
 }
 
-std::string readsettings() {
-    struct {
-        const char *name;
-        const char *otherwise;
-        double least;
-        double most;
-        double value;
-    } numbers[] = {{"LINES", "32", 1, mostlines, 0},
-                   {"IDLE", "5", 0, mostminutes, 0},
-                   {"MINUTES", "60", 0, mostminutes, 0}};
-    for (auto &n : numbers) {
-        if (!readnumber(setting(n.name, n.otherwise), n.least, n.most, n.value)) {
-            return std::string(n.name) + " is no number from " +
-                   std::to_string(static_cast<int>(n.least)) + " to " +
-                   std::to_string(static_cast<int>(n.most));
-        }
-    }
-    rules = {minutes(numbers[1].value),
-             minutes(numbers[2].value),
-             false,
-             tell,
-             seen,
-             keypressed,
-             programhungup,
-             showmenu};
-    lines.resize(static_cast<size_t>(numbers[0].value));
-    for (size_t i = 0; i < lines.size(); i++) {
-        lines[i].index = static_cast<int>(i);
-    }
-    rlimit limit = {};
-    const rlim_t wanted = 2 * lines.size() + descriptors;
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < wanted) {
-        plex::maxfil(static_cast<int>(wanted)); // where that is refused, callers will hear it
-    }
-    return "";
+int acceptone(Address &from) {
+    return accept4(listener.fd, from.get(), &from.length, SOCK_CLOEXEC | SOCK_NONBLOCK);
 }
 
-void hearservice() {
-    serviceready();
-    for (;;) {
-        plex::Hostitem item = {};
-        std::string why;
-        const plex::Link got = serviceitem(item, why);
-        if (got == plex::Link::more) {
+// To one who cannot be served: in plain words, once, and without waiting.
+void turnaway(int caller, int number) {
+    const std::string why = text(0, number);
+    send(caller, why.data(), why.size(), MSG_DONTWAIT);
+    shutdown(caller, SHUT_WR);
+    close(caller);
+}
+
+// There is no descriptor for the next caller. The spare one makes room to tell him; where even that
+// fails calls are left alone for a while, as the listener would only say again that one waits.
+void noroom() {
+    Address from;
+    tell(text(0, O_NOROOM));
+    close(spare);
+    const int caller = acceptone(from);
+    if (caller >= 0) {
+        turnaway(caller, T_NOROOM);
+    }
+    spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (caller < 0 || spare < 0) {
+        awake = rightnow + nap;
+        watch(listener, 0);
+    }
+}
+
+void takecalls() {
+    for (int n = 0; n < atonce; n++) {
+        Address from;
+        const int caller = acceptone(from);
+        if (caller < 0) {
+            if (errno == EMFILE || errno == ENFILE) {
+                noroom();
+            }
             return;
         }
-        if (got != plex::Link::got) {
-            tell(text(0, O_SERVICELOST, {why}));
-            std::for_each(lines.begin(), lines.end(), servicelost);
-            return;
+        const auto line = std::find_if(lines.begin(), lines.end(),
+                                       [](const Line &l) { return l.state == State::none; });
+        if (line == lines.end()) {
+            turnaway(caller, T_BUSY);
+            continue;
         }
-        Line *line = lineof(item.record.usrnum);
-        if (item.record.msgtyp == plex::MSG_STARTED && line != nullptr) {
-            started(*line, item.fd);
-        } else if (item.record.msgtyp == plex::MSG_STARTED && item.fd >= 0) {
-            close(item.fd); // he has gone meanwhile, and his program was killed
-        } else if (item.record.msgtyp == plex::MSG_FAILED && line != nullptr) {
-            refused(*line);
-        } else if (item.record.msgtyp == plex::MSG_ENDED && line != nullptr &&
-                   !WIFSTOPPED(item.record.message)) {
-            ended(*line, item.record.message);
-        }
-    }
-}
-
-void hearsignals() {
-    signalfd_siginfo info = {};
-    while (read(signals, &info, sizeof info) > 0) {
-        ending = ending || info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT ||
-                 info.ssi_signo == SIGHUP;
+        const int on = 1;
+        setsockopt(caller, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        setsockopt(caller, SOL_SOCKET, SO_OOBINLINE, &on, sizeof on); // an interrupt's mark
+        setsockopt(caller, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+        answer(*line, caller, named(from));
     }
 }
 
@@ -120,137 +130,116 @@ bool watchsignals() {
         sigaddset(&set, signo);
     }
     sigprocmask(SIG_BLOCK, &set, nullptr);
-    signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    return signals >= 0;
+    signals.fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+    signals.ready = [](int /*index*/, uint32_t /*events*/) {
+        signalfd_siginfo info = {};
+        while (read(signals.fd, &info, sizeof info) > 0) {
+            ending = ending || info.ssi_signo != SIGPIPE;
+        }
+    };
+    watch(signals, EPOLLIN);
+    return signals.asked != 0;
 }
 
-int milliseconds(Time until) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    return static_cast<int>(std::clamp<int64_t>(left, 0, 60000));
-}
-
-// How long nothing is to be done unless something happens.
-int quiet() {
-    int wait = due == Time::max() ? -1 : milliseconds(due);
-    const auto atmost = [&wait](int ms) { wait = ms >= 0 && (wait < 0 || ms < wait) ? ms : wait; };
-    atmost(attended() ? beat : -1);
-    atmost(servicewait());
-    atmost(listenerwait());
-    return wait;
+// Milliseconds until something is to be done although nothing happens; -1: for ever.
+int quiet(Time atmost) {
+    Time next = std::min({due, answerdue(), atmost});
+    if (listener.fd >= 0 && listener.asked == 0) {
+        next = std::min(next, awake);
+    }
+    if (attended()) {
+        next = std::min(next, looked + beat);
+    }
+    const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+    return next == Time::max() ? -1 : static_cast<int>(std::clamp<int64_t>(left, 0, 60000));
 }
 
 // One turn: what has come, then what has run out.
-void turn() {
-    const int n = waitevents(quiet());
+void turn(Time atmost) {
+    std::array<epoll_event, 256> came;
+    const int n = epoll_wait(epoll, came.data(), static_cast<int>(came.size()), quiet(atmost));
     rightnow = Clock::now();
-    bool calls = false;
     for (int i = 0; i < n; i++) {
-        const Event e = event(i);
-        const auto at = static_cast<size_t>(e.index);
-        switch (e.source) {
-        case Source::listener:
-            calls = true;
-            break;
-        case Source::signals:
-            hearsignals();
-            break;
-        case Source::service:
-            hearservice();
-            break;
-        case Source::caller:
-            if (lines[at].caller >= 0) {
-                callerready(lines[at], e.events);
-            }
-            break;
-        case Source::command:
-            if (lines[at].master >= 0) {
-                masterready(lines[at], e.events);
-            }
+        const auto &event = came[static_cast<size_t>(i)];
+        const Watch &what = *static_cast<const Watch *>(event.data.ptr);
+        if (what.fd >= 0) {
+            what.ready(what.index, event.events);
         }
-    }
-    if (servicewait() >= 0) {
-        hearservice();
     }
     if (rightnow >= due) {
         look();
     }
+    askdaemon();
     // Last, so that no event of this turn meets a new caller on its line.
-    if (listenerwait() == 0) {
-        listenagain();
-    }
-    if (calls && !ending) {
+    if (calls) {
+        calls = false;
         takecalls();
+    } else if (rightnow >= awake) {
+        watch(listener, EPOLLIN);
     }
-}
-
-bool beating() {
-    static Time last;
-    if (!attended() || rightnow - last < std::chrono::milliseconds(beat)) {
-        return true;
+    if (attended() && rightnow - looked >= beat) {
+        looked = rightnow;
+        ending = !serveconsole() || ending;
     }
-    last = rightnow;
-    return serveconsole();
 }
 
 void saygoodbye() {
-    ending = true;
-    closelistener();
+    watch(listener, 0);
+    close(listener.fd);
+    listener.fd = -1;
     rightnow = Clock::now();
-    for (Line &line : lines) {
-        if (line.state != State::none) {
-            endcall(line, T_CLOSING);
-        }
-    }
     const Time end = rightnow + parting;
-    const auto calling = [] {
-        return std::any_of(lines.begin(), lines.end(),
-                           [](const Line &l) { return l.state != State::none; });
-    };
-    while (calling() && rightnow < end) {
-        due = std::min(due, end);
-        turn();
+    for (Line &line : lines) {
+        endcall(line, T_CLOSING);
+        settle(line);
+    }
+    const auto calling = [](const Line &l) { return l.state != State::none; };
+    while (rightnow < end && std::any_of(lines.begin(), lines.end(), calling)) {
+        turn(end);
     }
     for (Line &line : lines) {
-        if (line.state != State::none) {
-            hangup(line);
-        }
+        line.lost = calling(line);
+        settle(line);
     }
 }
 
 } // namespace
 
-std::string openboard(bool demo, std::string &at) {
+std::string openboard(const std::string &where, std::string &at) {
+    Address address;
+    if (!parse(where, address)) {
+        return "LISTEN is not of the form ADDRESS:PORT: " + where;
+    }
     rightnow = Clock::now();
-    std::string why = readsettings();
-    if (why.empty() && (!openpoller() || !watchsignals())) {
-        why = strerror(errno);
+    epoll = epoll_create1(EPOLL_CLOEXEC);
+    spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    listener.fd = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    listener.ready = [](int /*index*/, uint32_t /*events*/) { calls = true; };
+    const int on = 1;
+    if (!watchsignals() || listener.fd < 0 ||
+        setsockopt(listener.fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        bind(listener.fd, address.get(), address.length) != 0 ||
+        listen(listener.fd, SOMAXCONN) != 0) {
+        return "cannot listen at " + where + ": " + strerror(errno);
     }
-    if (why.empty()) {
-        why = openservice(setting("IUTF8", "yes") != "no");
-    }
-    if (why.empty()) {
-        why = openlistener(demo ? "127.0.0.1:0" : setting("LISTEN", "127.0.0.1:2323"), at);
-    }
-    if (!why.empty()) {
-        closeservice();
-        return why;
-    }
-    pollfor(signals, EPOLLIN, signalsevents, Source::signals);
-    openconsole(at);
-    rules.watched = attended();
-    if (!loopback(at)) {
-        tell(text(0, O_NOTLOOPBACK, {at}));
-    }
-    plex::inform("listening at %s\n", at.c_str());
+    getsockname(listener.fd, address.get(), &address.length);
+    at = named(address);
+    watch(listener, EPOLLIN);
     return "";
 }
 
-void runboard() {
-    while (!ending && beating()) {
-        turn();
+void runboard(const std::string &at) {
+    openconsole(at);
+    rules.watched = attended();
+    if (!at.starts_with("127.") && !at.starts_with("[::1]")) {
+        tell(text(0, O_NOTLOOPBACK, {at}));
+    }
+    plex::inform("listening at %s\n", at.c_str());
+    while (!ending) {
+        turn(Time::max());
     }
     saygoodbye();
-    closeservice();
+    closedaemon();
     closeconsole();
 }
 

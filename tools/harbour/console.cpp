@@ -1,31 +1,35 @@
 // A picture of the whole screen is drawn in memory on each beat and put up when it differs from the
 // one before. A pop-up bursts open on top of it; only the bar with the clock goes on meanwhile.
+//
+// What a caller sees is drawn by the same engine, into a picture of its own. His output is
+// interpreted, the console's is not, and the engine keeps an attribute and an open sequence for
+// that apart. Only the cursor is common.
 
 #include "tools/harbour/console.h"
 
 #include "libsrc/plex.h"
+#include "tools/harbour/line.h"
 #include "tools/harbour/messages.h"
-#include "tools/harbour/program.h"
-#include "tools/harbour/view.h"
-#include "tools/harbour/visit.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 
 namespace harbour {
 namespace {
+
+using Picture = std::array<unsigned char, plex::cellbytes>;
 
 constexpr int lastcol = plex::scrcols - 1;
 constexpr int lastrow = plex::scrrows - 1;
 constexpr int listtop = 2;
 constexpr int listrows = 16;
 constexpr int eventtop = 19;
-constexpr size_t eventrows = 5;
-constexpr int longestmessage = 60;
-constexpr int popupwidth = longestmessage + 4;
+constexpr size_t longestanswer = 60;
+constexpr int popupwidth = longestanswer + 4;
+constexpr int popupheight = 6;
 constexpr int popupleft = (plex::scrcols - popupwidth) / 2;
 constexpr int popuptop = 9;
 
@@ -38,30 +42,58 @@ constexpr unsigned char FREE = 0x08;
 constexpr unsigned char EVENT = 0x0E;
 constexpr unsigned char POPUP = 0x4F; // bright white on red, as fatal errors
 
-constexpr int32_t UP = 0x4800;
-constexpr int32_t DOWN = 0x5000;
-constexpr int32_t PAGEUP = 0x4900;
-constexpr int32_t PAGEDOWN = 0x5100;
-constexpr int32_t ESCAPE = 27;
-constexpr int32_t ENTER = 13;
-constexpr int32_t BACKSPACE = 8;
+// What a key asks before it does anything, if the line is of a kind that it can be done with. The
+// texts' words are the line's number, its program and the letter for yes.
+struct Question {
+    char key;
+    int text;
+    bool (*may)(const Line &);
+    void (*act)(Line &);
+};
 
-enum class Asking { nothing, message, kill, drop, quit };
+std::string answered; // what has been typed
+bool quitting;
 
+constexpr Question questions[] = {
+    {'m', O_MESSAGE, [](const Line &l) { return l.here(); },
+     [](Line &l) { say(l, T_MESSAGE, {answered}); }},
+    {'k', O_KILL, [](const Line &l) { return l.busy(); }, [](Line &l) { endprogram(l, T_KILLED); }},
+    {'d', O_DROP, [](const Line &l) { return l.here(); }, [](Line &l) { endcall(l, T_DROPPED); }},
+    {'q', O_QUIT, [](const Line &) { return true; }, [](Line &) { quitting = true; }},
+};
+
+const Question *asking;
+std::string address;
 Picture drawn; // what is to be seen
 Picture up;    // and what is
-std::string address;
-std::deque<std::string> events;
-std::string lasttold;
+bool fresh;    // nothing has been put up since the pop-up, or at all
 int chosen;
-int top; // the first line listed
-bool viewing;
-Asking asking = Asking::nothing;
-std::string answered; // what has been typed for it
-bool unseen = true;   // nothing has been put up yet
+int top;      // the first line listed
+Picture view; // what the caller sees
+uint16_t viewcursor;
+uint64_t fed; // how much of what he was shown is in it
+plex::Utf8part part;
 
 Line &current() {
     return lines[static_cast<size_t>(chosen)];
+}
+
+bool viewing() {
+    return rules.viewed >= 0;
+}
+
+char yes() {
+    const char letter = plex::languages[0]->yes[0];
+    return static_cast<char>(letter != '\0' ? tolower(static_cast<unsigned char>(letter)) : 'y');
+}
+
+// Has the engine draw in the picture; rstwin() ends that.
+void drawin(Picture &picture, bool blank) {
+    plex::setwin(picture.data(), 0, 0, lastcol, lastrow, 0);
+    for (size_t i = 0; blank && i < picture.size(); i += 2) {
+        picture[i] = ' ';
+        picture[i + 1] = PLAIN;
+    }
 }
 
 // A whole row, filled up or cut.
@@ -71,73 +103,90 @@ void row(int y, unsigned char attribute, std::string what) {
     plex::printfat(0, static_cast<uint16_t>(y), "%s", what.c_str());
 }
 
-std::string clock() {
-    return std::string(plex::ncedat(plex::today())) + " " + plex::nctime(plex::now());
-}
-
 std::string amount(uint64_t bytes) {
-    const char *unit = "";
-    auto value = static_cast<double>(bytes);
-    for (const char *next : {"K", "M", "G"}) {
-        if (value >= 10000) {
-            value /= 1024;
-            unit = next;
-        }
+    constexpr const char *units[] = {"", "K", "M", "G", "T", "P", "E"};
+    size_t unit = 0;
+    for (; bytes >= 10000; bytes /= 1024) {
+        unit++;
     }
-    char shown[32];
-    snprintf(shown, sizeof shown, "%.0f%s", value, unit);
-    return shown;
+    return std::to_string(bytes) + units[unit];
 }
 
 void drawbar() {
     const auto busy = std::count_if(lines.begin(), lines.end(),
                                     [](const Line &l) { return l.state != State::none; });
     std::string bar = text(0, O_BAR, {address, std::to_string(busy), std::to_string(lines.size())});
-    bar.resize(static_cast<size_t>(plex::scrcols) - 20, ' ');
-    row(0, BAR, bar + clock());
+    bar.resize(plex::scrcols - 20, ' ');
+    row(0, BAR, bar + plex::ncedat(plex::today()) + " " + plex::nctime(plex::now()));
 }
 
 void drawline(int y, const Line &line) {
     const bool free = line.state == State::none;
-    const int state = O_NONE + static_cast<int>(line.state);
+    const std::string state = text(0, O_NONE + static_cast<int>(line.state));
+    const auto seconds = static_cast<int>((rightnow - line.called) / std::chrono::seconds(1));
     char shown[128];
+    snprintf(shown, sizeof shown, " %4d  %-9.9s %-21.21s %-20.20s %2d:%02d:%02d%6s%6s",
+             line.index + 1, state.c_str(), line.from.c_str(), line.program.c_str(), seconds / 3600,
+             seconds / 60 % 60, seconds % 60, amount(line.typed).c_str(),
+             amount(line.shown).c_str());
     if (free) {
-        snprintf(shown, sizeof shown, " %4d  %s", line.index + 1, text(0, state).c_str());
-    } else {
-        const int seconds =
-            static_cast<int>((Clock::now() - line.called) / std::chrono::seconds(1));
-        snprintf(shown, sizeof shown, " %4d  %-9.9s %-21.21s %-20.20s %2d:%02d:%02d",
-                 line.index + 1, text(0, state).c_str(), line.from.c_str(), line.program.c_str(),
-                 seconds / 3600, seconds / 60 % 60, seconds % 60);
-        snprintf(shown + strlen(shown), sizeof shown - strlen(shown), "%6s%6s",
-                 amount(line.typed).c_str(), amount(line.shown).c_str());
+        shown[16] = '\0'; // behind the state
     }
     row(y, line.index == chosen ? CHOSEN : free ? FREE : BUSY, shown);
 }
 
 void drawlist() {
-    const int count = static_cast<int>(lines.size());
     top = std::clamp(top, chosen - listrows + 1, chosen);
-    drawin(drawn);
-    blank(drawn);
+    const int end = std::min(top + listrows, static_cast<int>(lines.size()));
+    drawin(drawn, true);
     drawbar();
     row(1, HEAD, text(0, O_HEAD));
-    for (int i = top; i < std::min(top + listrows, count); i++) {
+    for (int i = top; i < end; i++) {
         drawline(listtop + i - top, lines[static_cast<size_t>(i)]);
     }
     row(eventtop - 1, HEAD, std::string(plex::scrcols, '\xC4'));
-    for (size_t i = 0; i < events.size(); i++) {
-        row(eventtop + static_cast<int>(i), EVENT, events[i]);
+    for (size_t i = 0; i < told.size(); i++) {
+        row(eventtop + static_cast<int>(i), EVENT, told[i]);
     }
     row(lastrow, BAR, text(0, O_KEYS));
     plex::rstwin();
 }
 
-void drawview() {
-    drawn = viewpicture();
-    drawin(drawn);
-    row(lastrow, BAR, text(0, O_VIEWKEYS, {std::to_string(chosen + 1), current().program}));
+// Draws what the caller was sent in the view, where the last row is the console's.
+void feed(const std::string &sent) {
+    std::string bytes = current().utf8 ? plex::fromutf8(sent, part) : sent;
+    std::erase_if(bytes, [](char c) { return memchr("\a\016\017", c, 4) != nullptr; });
+    plex::setwin(view.data(), 0, 0, lastcol, lastrow - 1, 1);
+    plex::ansion(1);
+    plex::wrcurp(viewcursor);
+    plex::bgnout();
+    plex::outbuf(reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size());
+    viewcursor = plex::dx;
+    plex::ansion(0);
     plex::rstwin();
+}
+
+void drawview() {
+    const Line &line = current();
+    const size_t fresh = std::min<uint64_t>(line.shown - fed, line.recent.size());
+    feed(line.recent.substr(line.recent.size() - fresh));
+    fed = line.shown;
+    drawn = view;
+    drawin(drawn, false);
+    row(lastrow, BAR, text(0, O_VIEWKEYS, {line.number(), line.program}));
+    plex::rstwin();
+}
+
+// Turns the view of the line on, from what its caller was sent last, or off.
+void turnview(bool on) {
+    rules.viewed = on && current().state != State::none ? chosen : -1;
+    drawin(view, true);
+    plex::rstwin();
+    part = {};
+    viewcursor = 0;
+    feed("\033[0m\033[1;24r\033[H");
+    fed = 0;
+    fresh = true;
 }
 
 // Puts rows up to `bottom` up. One step: what changes all the time must not burst open.
@@ -148,114 +197,85 @@ void putup(int bottom) {
 }
 
 void refresh() {
-    if (asking != Asking::nothing) {
-        drawin(drawn);
+    if (asking != nullptr) {
+        drawin(drawn, false);
         drawbar();
         plex::rstwin();
         putup(0);
         return;
     }
-    if (viewing) {
+    if (viewing()) {
         drawview();
     } else {
         drawlist();
     }
-    if (unseen || drawn != up) {
+    if (fresh || drawn != up) {
         putup(lastrow);
         up = drawn;
-        unseen = false;
+        fresh = false;
     }
-    plex::cursiz(viewing ? 1 : 0);
-    plex::wrcurp(viewing ? viewcursor() : 0);
-}
-
-void view(bool on) {
-    viewing = on && current().state != State::none;
-    if (viewing) {
-        openview(current());
-    }
-    unseen = true;
+    plex::cursiz(viewing() ? 1 : 0);
+    plex::wrcurp(viewing() ? viewcursor : 0);
 }
 
 // The pop-up's inside is one line to answer in.
 void showanswer() {
     plex::setatr(POPUP);
     plex::proff(popupleft, popuptop); // the bar that goes on has an origin of its own
-    plex::prat(2, 3, "%-*s", longestmessage, answered.c_str());
+    plex::prat(2, 3, "%-*s", static_cast<int>(longestanswer), answered.c_str());
     plex::locate(popupleft + 2 + static_cast<int>(answered.size()), popuptop + 3);
     plex::updtrm(1);
 }
 
-void popup(Asking what, int question, Words words) {
+void ask(const Question &question) {
     const std::string inside(popupwidth - 2, ' ');
     const std::string edge(popupwidth - 2, '\xCD');
     Picture box;
-    drawin(box);
+    drawin(box, true);
     plex::setatr(POPUP);
-    plex::printfat(0, 0, "\xC9%s\xBB", edge.c_str());
-    for (uint16_t y = 1; y < 5; y++) {
-        plex::printfat(0, y, "\xBA%s\xBA", inside.c_str());
+    for (uint16_t y = 0; y < popupheight; y++) {
+        const char *frame = y == 0                 ? "\xC9%s\xBB"
+                            : y == popupheight - 1 ? "\xC8%s\xBC"
+                                                   : "\xBA%s\xBA";
+        plex::printfat(0, y, frame, y % (popupheight - 1) == 0 ? edge.c_str() : inside.c_str());
     }
-    plex::printfat(0, 5, "\xC8%s\xBC", edge.c_str());
-    plex::printfat(2, 1, "%.*s", longestmessage, text(0, question, words).c_str());
+    const Line &line = current();
+    const std::string words =
+        text(0, question.text, {line.number(), line.program, std::string(1, yes())});
+    plex::printfat(2, 1, "%.*s", static_cast<int>(longestanswer), words.c_str());
     plex::rstwin();
-    asking = what;
+    asking = &question;
     answered.clear();
-    plex::explodeto(box.data(), 0, 0, popupwidth - 1, 5, popupleft, popuptop);
+    plex::explodeto(box.data(), 0, 0, popupwidth - 1, popupheight - 1, popupleft, popuptop);
     plex::cursiz(1);
     showanswer();
 }
 
-// The answer is there. False when it ends the board.
-bool act() {
-    const Asking what = asking;
-    Line &line = current();
-    const bool busy = line.state != State::none && line.state != State::leaving;
-    const bool yes = !answered.empty() && tolower(answered[0]) == yeskey(0);
-    asking = Asking::nothing;
-    unseen = true;
-    if (what == Asking::message && busy && !answered.empty()) {
-        say(line, T_MESSAGE, {answered});
-        settle(line);
-    } else if (what == Asking::kill && yes && line.busy()) {
-        endprogram(line, T_KILLED);
-    } else if (what == Asking::drop && yes && busy) {
-        endcall(line, T_DROPPED);
+// The answer is there, if it is one.
+void act() {
+    const bool meant =
+        asking->key == 'm' ? !answered.empty() : !answered.empty() && tolower(answered[0]) == yes();
+    if (meant && asking->may(current())) {
+        asking->act(current());
+        settle(current());
     }
-    return what != Asking::quit || !yes;
+    asking = nullptr;
+    fresh = true;
 }
 
-bool answerkey(int32_t key) {
-    if (key == ESCAPE) {
-        asking = Asking::nothing;
-        unseen = true;
-    } else if (key == ENTER || (asking != Asking::message && key > ' ' && key < 0x100)) {
-        answered += key == ENTER ? "" : std::string(1, static_cast<char>(key));
-        return act();
-    } else if (key == BACKSPACE && !answered.empty()) {
-        answered.pop_back();
-        showanswer();
-    } else if (key >= ' ' && key < 0x100 && answered.size() + 1 < longestmessage) {
+void answerkey(int32_t key) {
+    const bool letter = key >= ' ' && key < 0x100;
+    if (letter && answered.size() + 1 < longestanswer) {
         answered += static_cast<char>(key);
-        showanswer();
+    } else if (key == plex::CODE_BACKSPACE && !answered.empty()) {
+        answered.pop_back();
+    } else if (key == plex::CODE_ESC) {
+        answered.clear();
     }
-    return true;
-}
-
-void ask(int32_t key) {
-    const Line &line = current();
-    const std::string number = line.number();
-    const std::string yes(1, yeskey(0));
-    if (key == 'q') {
-        popup(Asking::quit, O_QUIT, {yes});
-    } else if (line.state == State::none || line.state == State::leaving) {
-        return;
-    } else if (key == 'm') {
-        popup(Asking::message, O_MESSAGE, {number});
-    } else if (key == 'd') {
-        popup(Asking::drop, O_DROP, {number, yes});
-    } else if (key == 'k' && line.busy()) {
-        popup(Asking::kill, O_KILL, {number, line.program, yes});
+    if (key == plex::CODE_ESC || key == plex::CODE_ENTER || (letter && asking->key != 'm')) {
+        act();
+    } else {
+        showanswer();
     }
 }
 
@@ -263,18 +283,23 @@ void pressed(int32_t key) {
     constexpr struct {
         int32_t key;
         int by;
-    } moves[] = {{UP, -1}, {DOWN, 1}, {PAGEUP, -listrows}, {PAGEDOWN, listrows}};
+    } moves[] = {{plex::CODE_UP, -1},
+                 {plex::CODE_DOWN, 1},
+                 {plex::CODE_PGUP, -listrows},
+                 {plex::CODE_PGDN, listrows}};
     for (const auto &m : moves) {
-        if (key == m.key && !viewing) {
+        if (key == m.key && !viewing()) {
             chosen = std::clamp(chosen + m.by, 0, static_cast<int>(lines.size()) - 1);
         }
     }
-    if (key == ESCAPE) {
-        view(false);
-    } else if (key == ENTER || key == 'v' || key == 'V') {
-        view(!viewing);
-    } else if (key > 0 && key < 0x80) {
-        ask(tolower(key));
+    const int letter = key > 0 && key < 0x80 ? tolower(key) : 0;
+    for (const Question &question : questions) {
+        if (letter == question.key && question.may(current())) {
+            ask(question);
+        }
+    }
+    if (key == plex::CODE_ESC || key == plex::CODE_ENTER || letter == 'v') {
+        turnview(!viewing() && key != plex::CODE_ESC);
     }
 }
 
@@ -283,25 +308,19 @@ void pressed(int32_t key) {
 void openconsole(const std::string &where) {
     address = where;
     const char *method = plex::getoption("BBSDISP");
-    if (method == nullptr) {
-        plex::opntrm(plex::DSP_NULL, "harbour");
-    } else if (plex::sameas(method, "viewer") != 0) {
-        plex::opntrm(plex::DSP_REMOTE, "harbour");
-    } else {
-        plex::opntrm(0, "harbour");
-    }
+    const bool viewer = method != nullptr && plex::sameas(method, "viewer") != 0;
+    plex::opntrm(method == nullptr ? plex::DSP_NULL : viewer ? plex::DSP_REMOTE : 0, "harbour");
     plex::frzseg();
     plex::ansion(0);
+    turnview(false);
 }
 
 void closeconsole() {
     if (attended()) {
         plex::setwin(nullptr, 0, 0, lastcol, lastrow, 1);
         plex::setatr(PLAIN);
-        plex::locate(0, 0);
-        plex::supisc();
-        plex::rdcurp();
-        plex::compsi();
+        plex::wrcurp(0);
+        plex::bgnout();
         plex::ffeed();
         plex::cursiz(1);
         plex::wrcurp(0);
@@ -314,38 +333,20 @@ bool attended() {
     return plex::dsptyp != plex::DSP_NULL;
 }
 
-void tell(const std::string &what) {
-    if (what == lasttold) {
-        return;
-    }
-    lasttold = what;
-    plex::inform("%s\n", what.c_str());
-    events.push_back(std::string(" ") + plex::nctime(plex::now()) + "  " + what);
-    if (events.size() > eventrows) {
-        events.pop_front();
-    }
-}
-
-void seen(const Line &line, const char *bytes, size_t len) {
-    if (viewing && line.index == chosen) {
-        feedview(line, bytes, len);
-    }
-}
-
 bool serveconsole() {
     while (plex::kbhit() != 0) {
         const int32_t key = plex::getchc();
-        if (asking == Asking::nothing) {
+        if (asking == nullptr) {
             pressed(key);
-        } else if (!answerkey(key)) {
-            return false;
+        } else {
+            answerkey(key);
         }
     }
-    if (viewing && current().state == State::none) {
-        view(false);
+    if (viewing() && current().state == State::none) {
+        turnview(false);
     }
     refresh();
-    return true;
+    return !quitting;
 }
 
 } // namespace harbour

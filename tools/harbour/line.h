@@ -1,31 +1,50 @@
-// One caller's line: his socket, the terminal of the program that he uses, and the bytes between
-// them. They pass through two buffers that are filled only as long as the other side takes what
+// One caller's line: his socket, the terminal of the program that he uses, the bytes between them
+// (line.cpp), and the visit as he knows it (visit.cpp).
+//
+// The bytes pass through two buffers that are filled only as long as the other side takes what
 // there is, so neither grows, and who does not read stops nobody but himself.
 #pragma once
 
+#include "libunix/daemon/wire.h"
 #include "tools/harbour/menu.h"
 #include "tools/harbour/telnet.h"
 #include "tools/harbour/texts.h"
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <string>
+#include <sys/epoll.h>
 #include <vector>
 
 namespace harbour {
 
 using Clock = std::chrono::steady_clock;
 using Time = Clock::time_point;
+using std::chrono::milliseconds;
 
+// A descriptor that the board waits for, with the routine that gets its events.
+struct Watch {
+    int fd = -1;
+    void (*ready)(int index, uint32_t events) = nullptr;
+    int index = 0;
+    uint32_t asked = 0;
+};
+
+extern int epoll; // level-triggered; its events point to a Watch
+
+// Has `events` told. 0 takes the descriptor out, as one that has hung up would be told of again and
+// again; so it is before it is closed.
+void watch(Watch &what, uint32_t events);
+
+// In the order of their names, O_NONE and so on.
 enum class State { none, language, charset, menu, starting, running, leaving };
 
 struct Line {
     int index = 0; // in `lines`; people count from 1
     State state = State::none;
-    int caller = -1; // the caller's socket, and what is asked of it
-    uint32_t callerevents = 0;
-    int master = -1; // the program's terminal
-    uint32_t masterevents = 0;
+    Watch caller; // his socket
+    Watch master; // the program's terminal
     Telnet telnet;
     bool lost = false;     // the carrier is
     std::string tocaller;  // what the socket has no room for
@@ -45,70 +64,78 @@ struct Line {
     bool hungup = false; // its terminal
     bool ended = false;  // the program itself, with this
     int status = 0;
-    size_t since = 0; // bytes read after its end
+    uint64_t before = 0; // what had been shown by then
 
-    Time called;             // the call's begin
-    Time began;              // the state's
-    Time active;             // the last key at the menu
-    Time until;              // when the program, the wait for its end, or the goodbye is over
-    bool warned = false;     // of that, or of the time at the menu
-    bool callwarned = false; // of the end of the call
-    uint64_t typed = 0;      // bytes each way in this call
+    Time called;        // the call's begin
+    Time began;         // the state's
+    Time active;        // the last key at the menu
+    Time until;         // when the program, the wait for its end, or the goodbye is over
+    Time warned;        // the end that he was warned of
+    uint64_t typed = 0; // bytes each way in this call
     uint64_t shown = 0;
 
     std::string number() const { return std::to_string(index + 1); }
     bool busy() const { return state == State::starting || state == State::running; }
+    bool here() const { return state != State::none && state != State::leaving; }
 };
 
-// All lines; who is not calling is State::none.
-extern std::vector<Line> lines;
+extern std::vector<Line> lines;           // all; who is not calling is State::none
+extern std::deque<plex::servermsg> asked; // of the daemon, and not yet sent
+extern Time rightnow;                     // when the events came that are being served
+extern Time due;                          // when somebody's time is over, at the latest
 
-// What holds for all calls, and who is told of what happens on a line. Times without end are 0.
+// What holds for all calls.
 struct Rules {
-    std::chrono::milliseconds idle; // at the menu
-    std::chrono::milliseconds call;
-    bool watched;                                     // somebody can look: keep `recent`
-    void (*tell)(const std::string &what);            // a word for the operator
-    void (*seen)(const Line &, const char *, size_t); // what is sent to a caller, as it was
-    void (*pressed)(Line &, char key);                // a key, while no program has it
-    void (*hungup)(Line &);                           // nobody holds the program's terminal now
-    void (*back)(Line &);                             // the program is over
+    milliseconds idle; // at the menu; 0: for ever
+    milliseconds call; // 0: for ever
+    bool watched;      // somebody can look: keep `recent`
+    int viewed;        // and does, at the line with this index: keep more
 };
-
 extern Rules rules;
-extern Time rightnow; // when the events came that are being served
-extern Time due;      // when somebody's time is over, at the latest
 
-// Has `due` not be later than that.
-void hurry(Time when);
+// A word for the operator: into the log, and among the events. The same again is left out.
+void tell(const std::string &what);
+extern std::deque<std::string> told; // the last ones, each with its time
+constexpr size_t mosttold = 5;
 
-// Goes on to a state, which has times of its own.
-void enter(Line &line, State state);
-
-// Takes a socket, with offers to the caller.
-void openline(Line &line, int caller, const std::string &from);
-
-// Events of the socket and of the program's terminal.
-void callerready(Line &line, uint32_t events);
-void masterready(Line &line, uint32_t events);
+// A caller has come, with this socket; what is on it is taken, with offers to him.
+void answer(Line &line, int caller, const std::string &from);
+void openline(Line &line, int caller);
 
 // Bytes and texts for the caller; texts in his language.
 void show(Line &line, const char *bytes, size_t len);
 void say(Line &line, int number, Words words = {});
 
-// The terminal of the program is there, in which what was typed meanwhile is put; or is to be given
-// up.
+// Asks the descriptors for what can be dealt with now; ends a call that is lost. To be called
+// when anything has been done with a line, but not while its caller's bytes are being taken.
+void settle(Line &line);
+
+// A key that no program has.
+void keypressed(Line &line, char key);
+
+// The program's terminal, with what was typed meanwhile put into it; and it given up.
 void openmaster(Line &line, int master);
 void closemaster(Line &line);
 
-// Ends the program where one runs.
+// What the daemon tells the line of a usrnum (null when that has gone on to something else): the
+// program runs on this terminal (-1: there was no descriptor left for it), could not be started,
+// has ended; and that the daemon is gone, with all programs.
+Line *lineof(int usrnum);
+void started(Line &line, int master);
+void refused(Line &line);
+void ended(Line &line, int status);
+void servicelost(Line &line);
+
+// One half of the program's end is there; the other half is waited for, but not for ever.
+void halfended(Line &line);
+
+// Ends the program where one runs, without a word; with a text, and the menu; the call, with a
+// text.
 void stopprogram(Line &line);
+void endprogram(Line &line, int number);
+void endcall(Line &line, int number, Words words = {});
 
-// Asks the descriptors for what can be dealt with now; ends a call that is lost. To be called when
-// anything has been done with a line.
-void settle(Line &line);
-
-// Ends the call at once, whatever it was doing.
-void hangup(Line &line);
+// Ends what has run out of time, warns who soon will; sets `due` anew.
+void look();
 
 } // namespace harbour

@@ -18,15 +18,16 @@ struct Menu {
     std::vector<std::string> faults; // "FILE:LINE: what is wrong", one for each line left out
 };
 
-// The keys that the menu has of its own: who is on, another language, goodbye.
+// The keys that the menu has of its own.
 constexpr char WHO = 'W';
 constexpr char LANGUAGE = 'L';
 constexpr char GOODBYE = 'G';
+constexpr char AGAIN = '?';
 
-// Reads the file. False, with errno, when that cannot be read.
-bool readmenu(const char *path, Menu &menu);
+// Reads harbour.menu. False, with a fault that says why, when that cannot be read.
+bool readmenu(Menu &menu);
 
-// The entry with that key, in either case; null when there is none.
+// The entry with that key, in upper case; null when there is none.
 const Entry *findentry(const Menu &menu, char key);
 
 // `text` as a number within these limits: false when it is none.

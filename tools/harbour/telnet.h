@@ -4,24 +4,14 @@
 #pragma once
 
 #include <cstddef>
-
-struct telnet_t;
+#include <libtelnet.h>
 
 namespace harbour {
-
-// Who is told what came, with the `who` given to telnetopen.
-struct TelnetUser {
-    void (*typed)(void *who, const char *bytes, size_t len);
-    void (*command)(void *who, unsigned char code); // interrupt, break and such: TELNET_IP...
-    void (*size)(void *who, int columns, int rows); // as sent: may be 0
-    void (*terminal)(void *who, const char *name);  // as sent: may be anything
-    void (*send)(void *who, const char *bytes, size_t len); // goes to the caller as it is
-};
 
 // One caller's state. It stays where it is while open.
 struct Telnet {
     telnet_t *tracker = nullptr;
-    const TelnetUser *user = nullptr;
+    telnet_event_handler_t heard = nullptr;
     void *who = nullptr;
     bool binaryin = false;
     bool binaryout = false;
@@ -30,8 +20,10 @@ struct Telnet {
     bool refused = false;
 };
 
-// Starts, with offers to the caller. False when memory is short.
-bool telnetopen(Telnet &telnet, const TelnetUser &user, void *who);
+// Starts, with offers to the caller. `heard` is given libtelnet's events with `who`: of DATA what
+// was typed, SEND for what goes to the caller as it is, IAC, SUBNEGOTIATION (the window's size),
+// TTYPE, and others that it has to pass over. False when memory is short.
+bool telnetopen(Telnet &telnet, telnet_event_handler_t heard, void *who);
 void telnetclose(Telnet &telnet);
 
 // Takes bytes from the caller. False when the call is not to be served any longer: the caller has

@@ -1,23 +1,29 @@
-#include "tools/harbour/visit.h"
+// A call as the caller knows it: language, menu, who is on, the program, time, goodbye. Each state
+// has its keys (keypressed) and its limit (limitof). A program's end has two halves: the daemon's
+// notice, and the hang-up of the terminal behind the last output.
 
 #include "libsrc/plex.h"
+#include "tools/harbour/line.h"
 #include "tools/harbour/messages.h"
-#include "tools/harbour/program.h"
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
+#include <poll.h>
+#include <sys/wait.h>
 
 namespace harbour {
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr milliseconds goodbye(2000); // for the caller to read it
 constexpr milliseconds longestwarning(60000);
-constexpr int mostlanguages = 9; // as many as there are digits to choose by
+constexpr milliseconds grace(300);   // for what a program left behind, to give the terminal up
+constexpr milliseconds notice(1000); // from the hang-up to the notice of the end
+constexpr size_t leftover = 1 << 17; // more than a terminal holds: the program's own is out by then
+constexpr int maxrunning = 4096;     // usrnums are of the form n * maxrunning + index
+constexpr int mostlanguages = 9;     // as many as there are digits to choose by
 
 int languages() {
     return std::min(plex::nlingo, mostlanguages);
@@ -29,45 +35,45 @@ std::string padded(const std::string &text, size_t columns) {
 
 std::string hoursminutes(Clock::duration time) {
     const auto minutes = std::chrono::duration_cast<std::chrono::minutes>(time).count();
-    char text[32];
-    snprintf(text, sizeof text, "%d:%02d", static_cast<int>(minutes / 60),
-             static_cast<int>(minutes % 60));
-    return text;
+    const auto rest = std::to_string(minutes % 60);
+    return std::to_string(minutes / 60) + (rest.size() < 2 ? ":0" : ":") + rest;
 }
 
 Time plus(Time from, milliseconds time) {
     return time.count() > 0 ? from + time : Time::max();
 }
 
-// What is left of the call.
-std::string timeleft(const Line &line) {
-    const Time end = plus(line.called, rules.call);
-    return end == Time::max() ? text(line.language, T_ENDLESS)
-                              : hoursminutes(end - rightnow + std::chrono::seconds(59));
+void enter(Line &line, State state, Time until = Time::max()) {
+    line.state = state;
+    line.began = line.active = rightnow;
+    line.until = until;
+    due = rightnow;
 }
 
-void showwho(Line &line) {
-    say(line, T_WHOTOP);
-    for (const Line &other : lines) {
-        if (other.state != State::none) {
-            const std::string what =
-                other.program.empty() ? text(line.language, T_ATMENU) : other.program;
-            say(line, T_WHOLINE,
-                {padded(other.number(), 4), padded(what, 40),
-                 hoursminutes(rightnow - other.called)});
+void showmenu(Line &line) {
+    enter(line, State::menu);
+    say(line, T_MENUTOP, {padded(line.number(), 4)});
+    for (const Entry &entry : line.menu.entries) {
+        char minutes[16] = "      ";
+        if (entry.minutes > 0) {
+            snprintf(minutes, sizeof minutes, "%6.4g", entry.minutes);
         }
+        say(line, T_MENULINE, {std::string(1, entry.key), padded(entry.title, 40), minutes});
     }
-    say(line, T_PROMPT);
+    const Time end = plus(line.called, rules.call);
+    const std::string left = end == Time::max()
+                                 ? text(line.language, T_ENDLESS)
+                                 : hoursminutes(end - rightnow + std::chrono::seconds(59));
+    say(line, T_MENUBOTTOM, {padded(hoursminutes(rightnow - line.called), 6), padded(left, 6)});
 }
 
 void askcharset(Line &line) {
-    if (plainlanguage(line.language)) {
-        line.utf8 = false;
+    line.utf8 = !plainlanguage(line.language);
+    if (!line.utf8) {
         showmenu(line);
         return;
     }
     enter(line, State::charset);
-    line.utf8 = true;
     say(line, T_CHARSETONE);
     line.utf8 = false;
     say(line, T_CHARSETTWO);
@@ -88,72 +94,142 @@ void asklanguage(Line &line) {
     say(line, T_LANGUAGEASK);
 }
 
+void showwho(Line &line) {
+    say(line, T_WHOTOP);
+    for (const Line &other : lines) {
+        if (other.state != State::none) {
+            const std::string what =
+                other.program.empty() ? text(line.language, T_ATMENU) : other.program;
+            const std::string time = hoursminutes(rightnow - other.called);
+            say(line, T_WHOLINE, {padded(other.number(), 4), padded(what, 40), time});
+        }
+    }
+    say(line, T_PROMPT);
+}
+
+void ask(const Line &line, int32_t what, const std::string &command = "") {
+    plex::servermsg request = {line.usrnum, what, {}};
+    memcpy(request.cmdstg, command.data(), std::min(command.size(), sizeof request.cmdstg));
+    asked.push_back(request);
+}
+
+void startprogram(Line &line, const Entry &entry) {
+    static int serial = 0;
+    std::string command = entry.command;
+    for (size_t at = 0; (at = command.find("%t", at)) != command.npos;) {
+        command.replace(at, 2, line.terminal.empty() ? "ansi" : line.terminal);
+    }
+    serial = (serial + 1) % (INT_MAX / maxrunning);
+    line.usrnum = serial * maxrunning + line.index;
+    line.program = entry.title;
+    line.hungup = line.ended = false;
+    say(line, T_STARTING, {entry.title});
+    enter(line, State::starting,
+          plus(rightnow, milliseconds(static_cast<int64_t>(entry.minutes * 60000))));
+    tell(text(0, O_RUNS, {line.number(), entry.title, command}));
+    ask(line, plex::MSG_RUN, command);
+}
+
 void menukey(Line &line, char key) {
     const Entry *entry = findentry(line.menu, key);
     if (entry != nullptr) {
         startprogram(line, *entry);
-    } else if (key == '\r' || key == '?') {
+    } else if (key == '\r' || key == AGAIN) {
         showmenu(line);
-    } else if (toupper(key) == WHO) {
+    } else if (key == WHO) {
         showwho(line);
-    } else if (toupper(key) == LANGUAGE) {
+    } else if (key == LANGUAGE) {
         asklanguage(line);
-    } else if (toupper(key) == GOODBYE) {
+    } else if (key == GOODBYE) {
         endcall(line, T_GOODBYE, {hoursminutes(rightnow - line.called)});
     }
 }
 
-// Warns before `end`, of `whole` milliseconds: long enough ahead to be of use, short beside the
-// whole. True when it is over; else the line is due at the next of the two.
-bool timeover(Line &line, bool &warned, Time end, milliseconds whole, int number) {
-    if (end == Time::max()) {
-        return false;
+// The program is over: the caller and the operator are told, and the caller is back.
+void over(Line &line, int number, Words words) {
+    closemaster(line);
+    if (!plainlanguage(line.language)) {
+        show(line, "\033[0m", 4);
     }
-    const Time soon = end - std::min<milliseconds>(whole / 4, longestwarning);
-    if (rightnow >= end) {
-        return true;
-    }
-    if (!warned && rightnow >= soon) {
-        warned = true;
-        const auto left = std::chrono::ceil<std::chrono::seconds>(end - rightnow).count();
-        say(line, number, {std::to_string(left)});
-    }
-    hurry(warned ? end : soon);
-    return false;
+    say(line, number, words);
+    tell(text(0, O_LINE, {line.number(), plaintext(0, number, words)}));
+    line.program.clear();
+    showmenu(line);
 }
 
-void lookat(Line &line) {
-    const Time callend = plus(line.called, rules.call);
+void tellend(Line &line) {
+    if (WIFSIGNALED(line.status)) {
+        const int signo = WTERMSIG(line.status);
+        over(line, T_SIGNALLED, {line.program, std::to_string(signo), strsignal(signo)});
+    } else {
+        const int code = WEXITSTATUS(line.status);
+        over(line, code == 0 ? T_ENDED : T_EXITED, {line.program, std::to_string(code)});
+    }
+}
+
+// The other half of a program's end did not come in time.
+void giveup(Line &line) {
+    pollfd terminal = {line.master.fd, POLLIN, 0};
+    const bool unread = !line.tocaller.empty() || poll(&terminal, 1, 0) > 0;
+    if (!line.ended) {
+        ask(line, plex::MSG_KILL); // that the daemon drops its record
+        over(line, T_NOBODYKNOWS, {line.program});
+    } else if (unread && line.shown - line.before < leftover) {
+        line.until = rightnow + grace;
+    } else {
+        tellend(line);
+    }
+}
+
+// The end of what a line is doing, and the text that warns of it: after three quarters of the
+// whole, but no earlier than is of use. 0: nobody is warned.
+struct Limit {
+    Time end;
+    Clock::duration whole;
+    int warning;
+};
+
+Limit limitof(const Line &line) {
+    const Time call = plus(line.called, rules.call);
+    const Time idle = plus(line.active, rules.idle);
+    if (line.state == State::leaving || (line.busy() && (line.hungup || line.ended))) {
+        return {line.until, {}, 0};
+    }
+    if (line.busy()) {
+        const Time end = std::min(line.until, call);
+        return {end, end - line.began, T_TIMEWARNING};
+    }
+    return idle < call ? Limit{idle, rules.idle, T_IDLEWARNING}
+                       : Limit{call, rules.call, T_TIMEWARNING};
+}
+
+void timeover(Line &line, const Limit &limit) {
     if (line.state == State::leaving) {
-        line.lost = line.lost || rightnow >= line.until;
-        hurry(line.until);
-    } else if (line.busy() && (line.hungup || line.ended)) {
-        lookatend(line);
-    } else if (line.busy()) {
-        const Time end = std::min(line.until, callend);
-        const auto whole = std::chrono::duration_cast<milliseconds>(end - line.began);
-        if (timeover(line, line.warned, end, whole, T_TIMEWARNING)) {
-            endprogram(line, T_TIMEOVER);
-        }
-    } else if (timeover(line, line.warned, plus(line.active, rules.idle), rules.idle,
-                        T_IDLEWARNING)) {
-        endcall(line, T_IDLEOVER);
-    } else if (timeover(line, line.callwarned, callend, rules.call, T_TIMEWARNING)) {
-        endcall(line, T_CALLOVER);
+        line.lost = true;
+    } else if (!line.busy()) {
+        endcall(line, limit.warning == T_IDLEWARNING ? T_IDLEOVER : T_CALLOVER);
+    } else if (limit.warning == 0) {
+        giveup(line);
+    } else {
+        endprogram(line, T_TIMEOVER);
     }
 }
 
 } // namespace
 
+void say(Line &line, int number, Words words) {
+    const std::string said = text(line.language, number, words);
+    const std::string sent = line.utf8 ? plex::toutf8(said) : said;
+    show(line, sent.data(), sent.size());
+}
+
 void answer(Line &line, int caller, const std::string &from) {
-    openline(line, caller, from);
-    rules.tell(text(0, O_CALL, {line.number(), from}));
-    if (!readmenu("harbour.menu", line.menu)) {
-        rules.tell(std::string("harbour.menu: ") + strerror(errno));
-    }
-    for (const std::string &fault : line.menu.faults) {
-        rules.tell(fault);
-    }
+    openline(line, caller);
+    line.from = from;
+    line.called = rightnow;
+    tell(text(0, O_CALL, {line.number(), from}));
+    readmenu(line.menu);
+    std::for_each(line.menu.faults.begin(), line.menu.faults.end(), tell);
     if (!line.lost) {
         say(line, T_WELCOME,
             {line.number(), plex::ncedat(plex::today()), plex::nctime(plex::now())});
@@ -163,58 +239,108 @@ void answer(Line &line, int caller, const std::string &from) {
 }
 
 void keypressed(Line &line, char key) {
+    const int chosen = key == '\r' ? 0 : key - '1';
     line.active = rightnow;
-    line.warned = false;
-    if (line.state == State::language) {
-        const int chosen = key == '\r' ? 0 : key - '1';
-        if (chosen >= 0 && chosen < languages()) {
-            line.language = chosen;
-            say(line, T_CHOSEN, {plex::languages[chosen]->desc});
-            askcharset(line);
-        }
-    } else if (line.state == State::charset) {
-        if (key == '\r' || key == '1' || key == '2') {
-            line.utf8 = key != '2';
-            showmenu(line);
-        }
+    if (line.state == State::language && chosen >= 0 && chosen < languages()) {
+        line.language = chosen;
+        say(line, T_CHOSEN, {plex::languages[chosen]->desc});
+        askcharset(line);
+    } else if (line.state == State::charset && (chosen == 0 || chosen == 1)) {
+        line.utf8 = chosen == 0;
+        showmenu(line);
     } else if (line.state == State::menu) {
-        menukey(line, key);
+        menukey(line, static_cast<char>(toupper(static_cast<unsigned char>(key))));
     }
 }
 
-void showmenu(Line &line) {
-    enter(line, State::menu);
-    say(line, T_MENUTOP, {padded(line.number(), 4)});
-    for (const Entry &entry : line.menu.entries) {
-        char minutes[16];
-        snprintf(minutes, sizeof minutes, "%6.4g", entry.minutes);
-        say(line, T_MENULINE,
-            {std::string(1, entry.key), padded(entry.title, 40),
-             entry.minutes > 0 ? minutes : padded("", 6)});
+Line *lineof(int usrnum) {
+    const auto index = static_cast<size_t>(usrnum % maxrunning);
+    const bool known = usrnum >= 0 && index < lines.size() && lines[index].usrnum == usrnum;
+    return known && lines[index].busy() ? &lines[index] : nullptr;
+}
+
+void started(Line &line, int master) {
+    if (master >= 0) {
+        openmaster(line, master);
+        line.state = State::running;
+    } else {
+        ask(line, plex::MSG_KILL);
+        over(line, T_TRYLATER, {line.program});
     }
-    say(line, T_MENUBOTTOM,
-        {padded(hoursminutes(rightnow - line.called), 6), padded(timeleft(line), 6)});
+    settle(line);
+}
+
+void refused(Line &line) {
+    over(line, T_REFUSED, {line.program});
+    settle(line);
+}
+
+void servicelost(Line &line) {
+    if (line.busy()) {
+        over(line, T_SERVICELOST, {line.program});
+        settle(line);
+    }
+}
+
+void ended(Line &line, int status) {
+    line.ended = true;
+    line.status = status;
+    line.before = line.shown;
+    halfended(line);
+    settle(line);
+}
+
+void halfended(Line &line) {
+    if (line.hungup && line.ended) {
+        tellend(line);
+    } else {
+        line.until = rightnow + (line.ended ? grace : notice);
+        due = rightnow;
+    }
+}
+
+void stopprogram(Line &line) {
+    if (line.busy()) {
+        ask(line, plex::MSG_KILL);
+    }
+    closemaster(line);
+    line.program.clear();
+}
+
+void endprogram(Line &line, int number) {
+    const std::string program = line.program;
+    stopprogram(line);
+    over(line, number, {program});
+}
+
+void endcall(Line &line, int number, Words words) {
+    if (line.here()) {
+        stopprogram(line);
+        say(line, number, words);
+        enter(line, State::leaving, rightnow + goodbye);
+    }
 }
 
 void look() {
     due = Time::max();
     for (Line &line : lines) {
-        if (line.state != State::none) {
-            lookat(line);
-            settle(line);
+        if (line.state == State::none) {
+            continue;
         }
+        const Limit limit = limitof(line);
+        const Time soon = limit.end - std::min<Clock::duration>(limit.whole / 4, longestwarning);
+        const bool warns = limit.warning != 0 && line.warned != limit.end;
+        if (rightnow >= limit.end) {
+            timeover(line, limit);
+            due = rightnow; // to look at what comes after that
+        } else if (warns && rightnow >= soon) {
+            line.warned = limit.end;
+            const auto left = std::chrono::ceil<std::chrono::seconds>(limit.end - rightnow);
+            say(line, limit.warning, {std::to_string(left.count())});
+        }
+        due = std::min(due, line.warned == limit.end || limit.warning == 0 ? limit.end : soon);
+        settle(line);
     }
-}
-
-void endcall(Line &line, int number, Words words) {
-    if (line.state == State::leaving) {
-        return;
-    }
-    stopprogram(line);
-    say(line, number, words);
-    enter(line, State::leaving);
-    line.until = rightnow + goodbye;
-    settle(line);
 }
 
 } // namespace harbour
