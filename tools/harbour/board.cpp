@@ -3,6 +3,7 @@
 #include "libsrc/plex.h"
 #include "tools/harbour/console.h"
 #include "tools/harbour/messages.h"
+#include "tools/options.h"
 
 #include <algorithm>
 #include <array>
@@ -14,7 +15,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -27,51 +27,29 @@ constexpr milliseconds nap(1000); // while calls cannot even be refused
 constexpr int atonce = 64;        // calls taken in one turn
 
 Watch listener;
-Watch signals;
 int spare = -1; // given up for a moment to tell a caller that there is no room for him
 bool calls;     // wait to be taken
 Time awake;     // when calls are looked at again
 Time looked;    // at the console
-bool ending;
+sigset_t whilewaiting;
+volatile sig_atomic_t ending;
 
-struct Address {
+// The name of one end of a socket, as getsockname or getpeername has it.
+std::string named(int fd, int (*get)(int, sockaddr *, socklen_t *)) {
     sockaddr_storage bytes = {};
+    auto *address = reinterpret_cast<sockaddr *>(&bytes);
     socklen_t length = sizeof bytes;
-    sockaddr *get() { return reinterpret_cast<sockaddr *>(&bytes); }
-};
-
-bool parse(const std::string &where, Address &address) {
-    const size_t colon = std::min(where.rfind(':'), where.size());
-    const bool bracketed = colon > 1 && where[0] == '[' && where[colon - 1] == ']';
-    const std::string host = bracketed ? where.substr(1, colon - 2) : where.substr(0, colon);
-    const std::string port = where.substr(std::min(colon + 1, where.size()));
-    addrinfo hints = {};
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-    hints.ai_family = bracketed ? AF_INET6 : AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo *found = nullptr;
-    double number = 0; // the resolver would take what is left of a greater one
-    if (host.empty() || !readnumber(port, 0, UINT16_MAX, number) ||
-        getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
-        return false;
-    }
-    memcpy(address.get(), found->ai_addr, found->ai_addrlen);
-    address.length = found->ai_addrlen;
-    freeaddrinfo(found);
-    return true;
-}
-
-std::string named(Address &address) {
     char host[NI_MAXHOST] = "?";
     char port[NI_MAXSERV] = "?";
-    getnameinfo(address.get(), address.length, host, sizeof host, port, sizeof port,
+    get(fd, address, &length);
+    getnameinfo(address, length, host, sizeof host, port, sizeof port,
                 NI_NUMERICHOST | NI_NUMERICSERV);
-    const bool six = address.bytes.ss_family == AF_INET6;
+    const bool six = bytes.ss_family == AF_INET6;
     return (six ? "[" + std::string(host) + "]:" : std::string(host) + ":") + port;
 }
 
-int acceptone(Address &from) {
-    return accept4(listener.fd, from.get(), &from.length, SOCK_CLOEXEC | SOCK_NONBLOCK);
+int acceptone() {
+    return accept4(listener.fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
 }
 
 // To one who cannot be served: in plain words, once, and without waiting.
@@ -85,10 +63,9 @@ void turnaway(int caller, int number) {
 // There is no descriptor for the next caller. The spare one makes room to tell him; where even that
 // fails calls are left alone for a while, as the listener would only say again that one waits.
 void noroom() {
-    Address from;
     tell(text(0, O_NOROOM));
     close(spare);
-    const int caller = acceptone(from);
+    const int caller = acceptone();
     if (caller >= 0) {
         turnaway(caller, T_NOROOM);
     }
@@ -101,8 +78,7 @@ void noroom() {
 
 void takecalls() {
     for (int n = 0; n < atonce; n++) {
-        Address from;
-        const int caller = acceptone(from);
+        const int caller = acceptone();
         if (caller < 0) {
             if (errno == EMFILE || errno == ENFILE) {
                 noroom();
@@ -119,26 +95,22 @@ void takecalls() {
         setsockopt(caller, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         setsockopt(caller, SOL_SOCKET, SO_OOBINLINE, &on, sizeof on); // an interrupt's mark
         setsockopt(caller, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-        answer(*line, caller, named(from));
+        answer(*line, caller, named(caller, getpeername));
     }
 }
 
-bool watchsignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signo : {SIGTERM, SIGINT, SIGHUP, SIGPIPE}) {
-        sigaddset(&set, signo);
+// Signals end the board while it waits, and at no other time. SIGPIPE is held back for good: not
+// ignored, as its programs would inherit that.
+void catchsignals() {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGPIPE);
+    sigprocmask(SIG_BLOCK, &held, nullptr);
+    for (const int signo : {SIGTERM, SIGINT, SIGHUP}) {
+        plex::usignal(signo, [](int) { ending = 1; });
+        sigaddset(&held, signo);
     }
-    sigprocmask(SIG_BLOCK, &set, nullptr);
-    signals.fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    signals.ready = [](int /*index*/, uint32_t /*events*/) {
-        signalfd_siginfo info = {};
-        while (read(signals.fd, &info, sizeof info) > 0) {
-            ending = ending || info.ssi_signo != SIGPIPE;
-        }
-    };
-    watch(signals, EPOLLIN);
-    return signals.asked != 0;
+    sigprocmask(SIG_BLOCK, &held, &whilewaiting);
 }
 
 // Milliseconds until something is to be done although nothing happens; -1: for ever.
@@ -157,7 +129,8 @@ int quiet(Time atmost) {
 // One turn: what has come, then what has run out.
 void turn(Time atmost) {
     std::array<epoll_event, 256> came;
-    const int n = epoll_wait(epoll, came.data(), static_cast<int>(came.size()), quiet(atmost));
+    const int n = epoll_pwait(epoll, came.data(), static_cast<int>(came.size()), quiet(atmost),
+                              &whilewaiting);
     rightnow = Clock::now();
     for (int i = 0; i < n; i++) {
         const auto &event = came[static_cast<size_t>(i)];
@@ -179,7 +152,9 @@ void turn(Time atmost) {
     }
     if (attended() && rightnow - looked >= beat) {
         looked = rightnow;
-        ending = !serveconsole() || ending;
+        if (!serveconsole()) {
+            ending = 1;
+        }
     }
 }
 
@@ -205,27 +180,36 @@ void saygoodbye() {
 
 } // namespace
 
-std::string openboard(const std::string &where, std::string &at) {
-    Address address;
-    if (!parse(where, address)) {
-        return "LISTEN is not of the form ADDRESS:PORT: " + where;
+std::string openboard(const std::string &where) {
+    const size_t colon = std::min(where.rfind(':'), where.size());
+    const bool six = colon > 1 && where[0] == '[' && where[colon - 1] == ']';
+    const std::string host = six ? where.substr(1, colon - 2) : where.substr(0, colon);
+    const std::string port = where.substr(std::min(colon + 1, where.size()));
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
+    hints.ai_family = six ? AF_INET6 : AF_INET;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo *found = nullptr;
+    double number = 0; // the resolver would take what is left of a greater one
+    if (host.empty() || !readnumber(port, 0, UINT16_MAX, number) ||
+        getaddrinfo(host.c_str(), port.c_str(), &hints, &found) != 0) {
+        plex::fail(1, "LISTEN is not of the form ADDRESS:PORT: %s", where.c_str());
     }
     rightnow = Clock::now();
+    catchsignals();
     epoll = epoll_create1(EPOLL_CLOEXEC);
     spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    listener.fd = socket(address.bytes.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    listener.fd = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     listener.ready = [](int /*index*/, uint32_t /*events*/) { calls = true; };
     const int on = 1;
-    if (!watchsignals() || listener.fd < 0 ||
-        setsockopt(listener.fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(listener.fd, address.get(), address.length) != 0 ||
+    if (listener.fd < 0 || setsockopt(listener.fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        bind(listener.fd, found->ai_addr, found->ai_addrlen) != 0 ||
         listen(listener.fd, SOMAXCONN) != 0) {
-        return "cannot listen at " + where + ": " + strerror(errno);
+        plex::fail(1, "cannot listen at %s: %s", where.c_str(), strerror(errno));
     }
-    getsockname(listener.fd, address.get(), &address.length);
-    at = named(address);
+    freeaddrinfo(found);
     watch(listener, EPOLLIN);
-    return "";
+    return named(listener.fd, getsockname);
 }
 
 void runboard(const std::string &at) {
@@ -235,11 +219,10 @@ void runboard(const std::string &at) {
         tell(text(0, O_NOTLOOPBACK, {at}));
     }
     plex::inform("listening at %s\n", at.c_str());
-    while (!ending) {
+    while (ending == 0) {
         turn(Time::max());
     }
     saygoodbye();
-    closedaemon();
     closeconsole();
 }
 

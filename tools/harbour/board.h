@@ -9,25 +9,25 @@
 
 namespace harbour {
 
-// Takes calls at ADDRESS:PORT, of which the address stands in brackets where it is of version 6;
-// port 0 is any. `at` becomes what it is. Returns an empty string, or what is wrong.
-std::string openboard(const std::string &where, std::string &at);
+// Takes calls at ADDRESS:PORT, where an address of version 6 stands in brackets and port 0 is any.
+// Returns what it is then; where it cannot the program ends with status 1.
+std::string openboard(const std::string &where);
 
-// Serves until it is told to end, by a signal or by the operator; all is given back then. `at` is
-// for the operator.
+// Serves until it is told to end, by a signal or by the operator, and says goodbye to all callers.
+// `at` is what the operator sees of the address.
 void runboard(const std::string &at);
 
-// Connects to the daemon in the working directory, starting one if need be. One of ours gives
-// programs a terminal that edits lines as UTF-8, or as bytes. Returns as above.
-std::string opendaemon(bool utf8);
+// Connects to the daemon in the working directory, starting one if need be; fails as openboard. One
+// of ours gives programs a terminal that edits lines as UTF-8, or as bytes.
+void opendaemon(bool utf8);
 
-// Ends a daemon of our own, which ends its programs.
+// Ends a daemon of our own, which ends its programs. There may be none.
 void closedaemon();
 
 // Sends the daemon what it is asked, as far as it takes it. Where there is none one is started.
 void askdaemon();
 
-// When the daemon is to have answered what it was asked.
+// When the daemon is to have answered.
 Time answerdue();
 
 } // namespace harbour

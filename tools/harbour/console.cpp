@@ -65,8 +65,7 @@ constexpr Question questions[] = {
 const Question *asking;
 std::string address;
 Picture drawn; // what is to be seen
-Picture up;    // and what is
-bool fresh;    // nothing has been put up since the pop-up, or at all
+Picture up;    // and what is; zeros when that is unknown
 int chosen;
 int top;      // the first line listed
 Picture view; // what the caller sees
@@ -87,20 +86,12 @@ char yes() {
     return static_cast<char>(letter != '\0' ? tolower(static_cast<unsigned char>(letter)) : 'y');
 }
 
-// Has the engine draw in the picture; rstwin() ends that.
-void drawin(Picture &picture, bool blank) {
-    plex::setwin(picture.data(), 0, 0, lastcol, lastrow, 0);
-    for (size_t i = 0; blank && i < picture.size(); i += 2) {
-        picture[i] = ' ';
-        picture[i + 1] = PLAIN;
-    }
-}
-
-// A whole row, filled up or cut.
-void row(int y, unsigned char attribute, std::string what) {
-    what.resize(plex::scrcols, ' ');
+// A whole row of the picture, filled up or cut.
+void row(int y, unsigned char attribute, const std::string &what) {
+    plex::setwin(drawn.data(), 0, 0, lastcol, lastrow, 0);
     plex::setatr(attribute);
-    plex::printfat(0, static_cast<uint16_t>(y), "%s", what.c_str());
+    plex::printfat(0, static_cast<uint16_t>(y), "%-80.80s", what.c_str());
+    plex::rstwin();
 }
 
 std::string amount(uint64_t bytes) {
@@ -112,16 +103,7 @@ std::string amount(uint64_t bytes) {
     return std::to_string(bytes) + units[unit];
 }
 
-void drawbar() {
-    const auto busy = std::count_if(lines.begin(), lines.end(),
-                                    [](const Line &l) { return l.state != State::none; });
-    std::string bar = text(0, O_BAR, {address, std::to_string(busy), std::to_string(lines.size())});
-    bar.resize(plex::scrcols - 20, ' ');
-    row(0, BAR, bar + plex::ncedat(plex::today()) + " " + plex::nctime(plex::now()));
-}
-
-void drawline(int y, const Line &line) {
-    const bool free = line.state == State::none;
+std::string described(const Line &line) {
     const std::string state = text(0, O_NONE + static_cast<int>(line.state));
     const auto seconds = static_cast<int>((rightnow - line.called) / std::chrono::seconds(1));
     char shown[128];
@@ -129,27 +111,32 @@ void drawline(int y, const Line &line) {
              line.index + 1, state.c_str(), line.from.c_str(), line.program.c_str(), seconds / 3600,
              seconds / 60 % 60, seconds % 60, amount(line.typed).c_str(),
              amount(line.shown).c_str());
-    if (free) {
-        shown[16] = '\0'; // behind the state
-    }
-    row(y, line.index == chosen ? CHOSEN : free ? FREE : BUSY, shown);
+    return std::string(shown).substr(0, line.state == State::none ? 16 : std::string::npos);
 }
 
 void drawlist() {
-    top = std::clamp(top, chosen - listrows + 1, chosen);
-    const int end = std::min(top + listrows, static_cast<int>(lines.size()));
-    drawin(drawn, true);
-    drawbar();
+    const auto busy = std::count_if(lines.begin(), lines.end(),
+                                    [](const Line &l) { return l.state != State::none; });
+    std::string bar = text(0, O_BAR, {address, std::to_string(busy), std::to_string(lines.size())});
+    bar.resize(plex::scrcols - 20, ' ');
+    row(0, BAR, bar + plex::ncedat(plex::today()) + " " + plex::nctime(plex::now()));
     row(1, HEAD, text(0, O_HEAD));
-    for (int i = top; i < end; i++) {
-        drawline(listtop + i - top, lines[static_cast<size_t>(i)]);
+    top = std::clamp(top, chosen - listrows + 1, chosen);
+    for (int i = 0; i < listrows; i++) {
+        const auto at = static_cast<size_t>(top + i);
+        const bool listed = at < lines.size();
+        const bool free = !listed || lines[at].state == State::none;
+        row(listtop + i,
+            top + i == chosen ? CHOSEN
+            : free            ? FREE
+                              : BUSY,
+            listed ? described(lines[at]) : "");
     }
     row(eventtop - 1, HEAD, std::string(plex::scrcols, '\xC4'));
-    for (size_t i = 0; i < told.size(); i++) {
-        row(eventtop + static_cast<int>(i), EVENT, told[i]);
+    for (size_t i = 0; i < mosttold; i++) {
+        row(eventtop + static_cast<int>(i), EVENT, i < told.size() ? told[i] : "");
     }
     row(lastrow, BAR, text(0, O_KEYS));
-    plex::rstwin();
 }
 
 // Draws what the caller was sent in the view, where the last row is the console's.
@@ -168,85 +155,62 @@ void feed(const std::string &sent) {
 
 void drawview() {
     const Line &line = current();
-    const size_t fresh = std::min<uint64_t>(line.shown - fed, line.recent.size());
-    feed(line.recent.substr(line.recent.size() - fresh));
+    const size_t news = std::min<uint64_t>(line.shown - fed, line.recent.size());
+    feed(line.recent.substr(line.recent.size() - news));
     fed = line.shown;
     drawn = view;
-    drawin(drawn, false);
     row(lastrow, BAR, text(0, O_VIEWKEYS, {line.number(), line.program}));
-    plex::rstwin();
 }
 
 // Turns the view of the line on, from what its caller was sent last, or off.
 void turnview(bool on) {
     rules.viewed = on && current().state != State::none ? chosen : -1;
-    drawin(view, true);
-    plex::rstwin();
     part = {};
-    viewcursor = 0;
-    feed("\033[0m\033[1;24r\033[H");
+    feed("\033[0m\033[1;24r\033[2J\033[H");
     fed = 0;
-    fresh = true;
 }
 
-// Puts rows up to `bottom` up. One step: what changes all the time must not burst open.
-void putup(int bottom) {
-    plex::explodem = 0;
-    plex::nsexploto(drawn.data(), 0, 0, lastcol, bottom, 0, 0);
-    plex::explodem = 1;
-}
-
+// The cursor stands where he types: what he answers, or nowhere.
 void refresh() {
-    if (asking != nullptr) {
-        drawin(drawn, false);
-        drawbar();
-        plex::rstwin();
-        putup(0);
-        return;
-    }
     if (viewing()) {
         drawview();
     } else {
         drawlist();
     }
-    if (fresh || drawn != up) {
-        putup(lastrow);
+    if (drawn != up) { // below its top the pop-up covers it
+        const int bottom = asking != nullptr ? popuptop - 1 : lastrow;
+        plex::nsexploto(drawn.data(), 0, 0, lastcol, bottom, 0, 0);
         up = drawn;
-        fresh = false;
     }
-    plex::cursiz(viewing() ? 1 : 0);
-    plex::wrcurp(viewing() ? viewcursor : 0);
+    if (asking == nullptr) {
+        plex::cursiz(viewing() ? 1 : 0);
+        plex::wrcurp(viewing() ? viewcursor : 0);
+    }
 }
 
 // The pop-up's inside is one line to answer in.
 void showanswer() {
     plex::setatr(POPUP);
-    plex::proff(popupleft, popuptop); // the bar that goes on has an origin of its own
-    plex::prat(2, 3, "%-*s", static_cast<int>(longestanswer), answered.c_str());
+    plex::printfat(popupleft + 2, popuptop + 3, "%-60s", answered.c_str());
     plex::locate(popupleft + 2 + static_cast<int>(answered.size()), popuptop + 3);
     plex::updtrm(1);
 }
 
 void ask(const Question &question) {
-    const std::string inside(popupwidth - 2, ' ');
-    const std::string edge(popupwidth - 2, '\xCD');
-    Picture box;
-    drawin(box, true);
-    plex::setatr(POPUP);
-    for (uint16_t y = 0; y < popupheight; y++) {
-        const char *frame = y == 0                 ? "\xC9%s\xBB"
-                            : y == popupheight - 1 ? "\xC8%s\xBC"
-                                                   : "\xBA%s\xBA";
-        plex::printfat(0, y, frame, y % (popupheight - 1) == 0 ? edge.c_str() : inside.c_str());
-    }
     const Line &line = current();
-    const std::string words =
+    std::string words =
         text(0, question.text, {line.number(), line.program, std::string(1, yes())});
-    plex::printfat(2, 1, "%.*s", static_cast<int>(longestanswer), words.c_str());
+    words.resize(longestanswer, ' ');
+    Picture box = {};
+    plex::setwin(box.data(), 0, 0, popupwidth, popupheight, 0);
+    plex::setatr(POPUP);
+    plex::printfat(0, 0, "%s", text(0, O_POPUP, {words}).c_str());
     plex::rstwin();
     asking = &question;
     answered.clear();
+    plex::explodem = 1;
     plex::explodeto(box.data(), 0, 0, popupwidth - 1, popupheight - 1, popupleft, popuptop);
+    plex::explodem = 0; // what changes all the time must not burst open
     plex::cursiz(1);
     showanswer();
 }
@@ -260,7 +224,7 @@ void act() {
         settle(current());
     }
     asking = nullptr;
-    fresh = true;
+    up = {};
 }
 
 void answerkey(int32_t key) {
@@ -312,6 +276,7 @@ void openconsole(const std::string &where) {
     plex::opntrm(method == nullptr ? plex::DSP_NULL : viewer ? plex::DSP_REMOTE : 0, "harbour");
     plex::frzseg();
     plex::ansion(0);
+    plex::explodem = 0;
     turnview(false);
 }
 

@@ -1,6 +1,7 @@
 #include "libsrc/plex.h"
 #include "tools/harbour/board.h"
 #include "tools/harbour/messages.h"
+#include "tools/options.h"
 #include "tools/owndaemon.h"
 
 #include <algorithm>
@@ -9,9 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <termios.h>
-#include <unistd.h>
 
 namespace harbour {
 namespace {
@@ -20,37 +19,41 @@ using plex::Link;
 
 constexpr milliseconds patience(10000); // for an answer
 
-struct Request {
-    int usrnum;
-    Time late;
-};
-
 plex::OwnDaemon own;
-int sample = -1;                // a terminal as programs are to have it; its master stays open
-Watch link;                     // the connection
-plex::Hostpart part;            // of an item that is not whole
-std::deque<Request> unanswered; // the oldest first
+int sample = -1;            // a terminal as programs are to have it; its master stays open
+Watch link;                 // the connection
+plex::Hostpart part;        // of an item that is not whole
+std::deque<int> unanswered; // the usrnums of requests to run, the oldest first
+Time late;                  // when that one should have been
 
-void hear(int index, uint32_t events);
+void lose(const std::string &why) {
+    closedaemon();
+    asked.clear();
+    unanswered.clear();
+    tell(text(0, O_SERVICELOST, {why}));
+    std::for_each(lines.begin(), lines.end(), daemonlost);
+}
 
-// Our daemon gives its programs the settings of its standard input: a new terminal's, as callers
-// expect them, and with whole UTF-8 characters erased.
-void makesample(bool utf8) {
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    unlockpt(master);
-    sample = ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
-    struct termios settings = {};
-    winsize size = {};
-    size.ws_row = 24;
-    size.ws_col = 80;
-    if (sample >= 0 && tcgetattr(sample, &settings) == 0) {
-        settings.c_iflag |= utf8 ? IUTF8 : 0U;
-        tcsetattr(sample, TCSANOW, &settings);
-        ioctl(sample, TIOCSWINSZ, &size);
+void hear(int /*index*/, uint32_t /*events*/) {
+    plex::Hostitem item = {};
+    Link got = Link::got;
+    while ((got = plex::hostnext(own.link, part, item)) == Link::got) {
+        int usrnum = item.record.usrnum;
+        const int32_t type = item.record.msgtyp;
+        if (type != plex::MSG_ENDED && !unanswered.empty()) { // a refusal does not say whom
+            usrnum = unanswered.front();
+            unanswered.pop_front();
+            late = rightnow + patience;
+        }
+        daemonsays(usrnum, type, type == plex::MSG_STARTED ? item.fd : item.record.message);
+    }
+    if (got != Link::more) {
+        lose(plex::linktext(got));
     }
 }
 
-// Connects to a daemon that runs, or starts one, which takes a few milliseconds.
+// Connects to a daemon that runs, or starts one, which takes a few milliseconds. Returns an empty
+// string, or what went wrong.
 std::string reach() {
     own.home = ".";
     own.kept = true;
@@ -69,49 +72,28 @@ std::string reach() {
     return why;
 }
 
-void lose(const std::string &why) {
-    closedaemon();
-    asked.clear();
-    unanswered.clear();
-    tell(text(0, O_SERVICELOST, {why}));
-    std::for_each(lines.begin(), lines.end(), servicelost);
-}
-
-// A refusal does not say whom it concerns: it answers the oldest request, as does a start.
-void take(const plex::Hostitem &item) {
-    int usrnum = item.record.usrnum;
-    if (item.record.msgtyp != plex::MSG_ENDED && !unanswered.empty()) {
-        usrnum = unanswered.front().usrnum;
-        unanswered.pop_front();
-    }
-    Line *line = lineof(usrnum);
-    if (item.record.msgtyp == plex::MSG_STARTED && line != nullptr) {
-        started(*line, item.fd);
-    } else if (item.fd >= 0) {
-        close(item.fd); // he has gone meanwhile, and his program was killed
-    } else if (item.record.msgtyp == plex::MSG_FAILED && line != nullptr) {
-        refused(*line);
-    } else if (line != nullptr && !WIFSTOPPED(item.record.message)) {
-        ended(*line, item.record.message);
-    }
-}
-
-void hear(int /*index*/, uint32_t /*events*/) {
-    plex::Hostitem item = {};
-    Link got = Link::got;
-    while ((got = plex::hostnext(own.link, part, item)) == Link::got) {
-        take(item);
-    }
-    if (got != Link::more) {
-        lose(plex::linktext(got));
-    }
-}
-
 } // namespace
 
-std::string opendaemon(bool utf8) {
-    makesample(utf8);
-    return sample >= 0 ? reach() : std::string("cannot open a terminal: ") + strerror(errno);
+// Our daemon gives its programs the settings of its standard input: a new terminal's, as callers
+// expect them, and with whole UTF-8 characters erased.
+void opendaemon(bool utf8) {
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    unlockpt(master);
+    sample = ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    struct termios settings = {};
+    winsize size = {};
+    size.ws_row = 24;
+    size.ws_col = 80;
+    ioctl(sample, TIOCSWINSZ, &size);
+    if (tcgetattr(sample, &settings) != 0) {
+        plex::fail(1, "cannot open a terminal: %s", strerror(errno));
+    }
+    settings.c_iflag |= utf8 ? IUTF8 : 0U;
+    tcsetattr(sample, TCSANOW, &settings);
+    const std::string why = reach();
+    if (!why.empty()) {
+        plex::fail(1, "%s", why.c_str());
+    }
 }
 
 void closedaemon() {
@@ -129,7 +111,8 @@ void askdaemon() {
             why = reach();
         } else if (own.link < 0 || plex::hostsend(own.link, request) == 0) {
             if (run) {
-                unanswered.push_back({request.usrnum, rightnow + patience});
+                late = unanswered.empty() ? rightnow + patience : late;
+                unanswered.push_back(request.usrnum);
             }
             asked.pop_front();
         } else {
@@ -146,7 +129,7 @@ void askdaemon() {
 }
 
 Time answerdue() {
-    return unanswered.empty() ? Time::max() : unanswered.front().late;
+    return unanswered.empty() ? Time::max() : late;
 }
 
 } // namespace harbour

@@ -201,9 +201,17 @@ void tell(const std::string &what) {
     }
 }
 
-void openline(Line &line, int caller) {
+void answer(Line &line, int caller, const std::string &from) {
     line.caller = {caller, callerready, line.index, 0};
+    line.from = from;
+    line.called = rightnow;
+    tell(text(0, O_CALL, {line.number(), from}));
+    line.menu = readmenu(tell);
     line.lost = !telnetopen(line.telnet, heard, &line);
+    if (!line.lost) {
+        greet(line);
+    }
+    settle(line);
 }
 
 void show(Line &line, const char *bytes, size_t len) {

@@ -8,7 +8,6 @@
 #include "libunix/daemon/wire.h"
 #include "tools/harbour/menu.h"
 #include "tools/harbour/telnet.h"
-#include "tools/harbour/texts.h"
 
 #include <chrono>
 #include <cstdint>
@@ -22,6 +21,10 @@ namespace harbour {
 using Clock = std::chrono::steady_clock;
 using Time = Clock::time_point;
 using std::chrono::milliseconds;
+
+inline milliseconds minutes(double number) {
+    return milliseconds(static_cast<int64_t>(number * 60000));
+}
 
 // A descriptor that the board waits for, with the routine that gets its events.
 struct Watch {
@@ -98,9 +101,8 @@ void tell(const std::string &what);
 extern std::deque<std::string> told; // the last ones, each with its time
 constexpr size_t mosttold = 5;
 
-// A caller has come, with this socket; what is on it is taken, with offers to him.
+// A caller has come, with this socket, which is the line's from now on.
 void answer(Line &line, int caller, const std::string &from);
-void openline(Line &line, int caller);
 
 // Bytes and texts for the caller; texts in his language.
 void show(Line &line, const char *bytes, size_t len);
@@ -110,27 +112,24 @@ void say(Line &line, int number, Words words = {});
 // when anything has been done with a line, but not while its caller's bytes are being taken.
 void settle(Line &line);
 
-// A key that no program has.
+// A call begins: its first question. A key that no program has.
+void greet(Line &line);
 void keypressed(Line &line, char key);
 
 // The program's terminal, with what was typed meanwhile put into it; and it given up.
 void openmaster(Line &line, int master);
 void closemaster(Line &line);
 
-// What the daemon tells the line of a usrnum (null when that has gone on to something else): the
-// program runs on this terminal (-1: there was no descriptor left for it), could not be started,
-// has ended; and that the daemon is gone, with all programs.
-Line *lineof(int usrnum);
-void started(Line &line, int master);
-void refused(Line &line);
-void ended(Line &line, int status);
-void servicelost(Line &line);
+// What the daemon said about the program of a usrnum, with the status of an end; of a start the
+// terminal, which is taken (below 0: there was no descriptor left for it). And that the daemon is
+// gone, with all programs.
+void daemonsays(int usrnum, int32_t what, int value);
+void daemonlost(Line &line);
 
 // One half of the program's end is there; the other half is waited for, but not for ever.
 void halfended(Line &line);
 
-// Ends the program where one runs, without a word; with a text, and the menu; the call, with a
-// text.
+// Ends the program, if one runs; the same with a text and the menu; the call, with a text.
 void stopprogram(Line &line);
 void endprogram(Line &line, int number);
 void endcall(Line &line, int number, Words words = {});

@@ -1,14 +1,16 @@
 #include "tools/harbour/menu.h"
 
 #include "libsrc/plex.h"
+#include "tools/harbour/messages.h"
+#include "tools/options.h"
 
-#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <sstream>
 
 namespace harbour {
 namespace {
@@ -16,6 +18,7 @@ namespace {
 constexpr const char *path = "harbour.menu";
 constexpr size_t longesttitle = 40;
 constexpr double mostminutes = 1440;
+constexpr int longesttext = 4096;
 
 std::string trimmed(const std::string &text) {
     const size_t from = text.find_first_not_of(" \t");
@@ -23,19 +26,19 @@ std::string trimmed(const std::string &text) {
 }
 
 // Takes a line apart and adds its entry; what is wrong with it, else an empty string.
-std::string addline(std::string line, Menu &menu) {
+std::string addline(const std::string &line, Menu &menu) {
+    std::istringstream rest(line);
     std::array<std::string, 4> fields;
     for (std::string &field : fields) {
-        const size_t bar = &field == &fields.back() ? line.size() : line.find('|');
-        if (bar == line.npos) {
-            return "not of the form KEY | MINUTES | TITLE | COMMAND LINE";
-        }
-        field = trimmed(line.substr(0, bar));
-        line.erase(0, bar + 1);
+        std::getline(rest, field, &field == &fields.back() ? '\n' : '|');
+        field = trimmed(field);
     }
     plex::Utf8part part;
     const auto key = static_cast<char>(toupper(static_cast<unsigned char>(fields[0][0])));
     Entry entry = {key, 0, plex::fromutf8(fields[2], part), fields[3]};
+    if (rest.fail()) {
+        return "not of the form KEY | MINUTES | TITLE | COMMAND LINE";
+    }
     if (fields[0].size() != 1 || key <= ' ' || key > '~') {
         return "the key is not one character";
     }
@@ -54,33 +57,70 @@ std::string addline(std::string line, Menu &menu) {
     if (entry.command[0] != '/' || entry.command.size() > plex::CMDSIZE) {
         return "the command line does not start with a path, or is too long";
     }
-    menu.entries.push_back(entry);
+    menu.push_back(entry);
     return "";
 }
 
 } // namespace
 
-bool readmenu(Menu &menu) {
-    menu = {};
+void opentexts() {
+    plex::inilingo();
+    plex::inimsg(longesttext);
+    const int count = plex::opnmsg("harbour.mcv")->msgcnt;
+    if (count != T_COUNT + 1) {
+        plex::fail(1, "harbour.mcv has %d texts, not %d: it is another version's", count,
+                   T_COUNT + 1);
+    }
+    if (plex::sameas("English/ANSI", plex::languages[0]->name) == 0) {
+        plex::fail(1, "the first language of pxhost.cfg is not English/ANSI");
+    }
+    for (int i = 0; i < plex::nlingo * count; i++) {
+        text(i / count, i % count); // what is cut is found now, not when a caller needs it
+    }
+}
+
+std::string text(int language, int number, Words words) {
+    plex::clingo = language;
+    std::string out;
+    for (const char *at = plex::rawmsg(number); *at != '\0'; at++) {
+        if (at[0] == '$' && at[1] >= '1' && at[1] <= '9') {
+            const auto word = static_cast<size_t>(*++at - '1');
+            out += word < words.size() ? words.begin()[word] : "";
+        } else {
+            out += *at == '\n' ? "\r\n" : std::string(1, *at);
+        }
+    }
+    return out;
+}
+
+bool plainlanguage(int language) {
+    return plex::findstg("/ascii", plex::languages[language]->name) != 0;
+}
+
+Menu readmenu(void (*fault)(const std::string &)) {
+    Menu menu;
     std::ifstream file(path);
     std::string line;
     for (int number = 1; std::getline(file, line); number++) {
         line = trimmed(line);
-        const std::string fault = line.empty() || line[0] == '#' ? "" : addline(line, menu);
-        if (!fault.empty()) {
-            menu.faults.push_back(std::string(path) + ":" + std::to_string(number) + ": " + fault);
+        const std::string wrong = line.empty() || line[0] == '#' ? "" : addline(line, menu);
+        if (!wrong.empty()) {
+            fault(std::string(path) + ":" + std::to_string(number) + ": " + wrong);
         }
     }
     if (!file.eof()) {
-        menu.faults.push_back(std::string(path) + ": " + strerror(errno));
+        fault(std::string(path) + ": " + strerror(errno));
     }
-    return file.eof();
+    return menu;
 }
 
 const Entry *findentry(const Menu &menu, char key) {
-    const auto at = std::find_if(menu.entries.begin(), menu.entries.end(),
-                                 [key](const Entry &entry) { return entry.key == key; });
-    return at == menu.entries.end() ? nullptr : &*at;
+    for (const Entry &entry : menu) {
+        if (entry.key == key) {
+            return &entry;
+        }
+    }
+    return nullptr;
 }
 
 bool readnumber(const std::string &text, double least, double most, double &number) {

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <poll.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace harbour {
 namespace {
@@ -53,7 +54,7 @@ void enter(Line &line, State state, Time until = Time::max()) {
 void showmenu(Line &line) {
     enter(line, State::menu);
     say(line, T_MENUTOP, {padded(line.number(), 4)});
-    for (const Entry &entry : line.menu.entries) {
+    for (const Entry &entry : line.menu) {
         char minutes[16] = "      ";
         if (entry.minutes > 0) {
             snprintf(minutes, sizeof minutes, "%6.4g", entry.minutes);
@@ -124,8 +125,7 @@ void startprogram(Line &line, const Entry &entry) {
     line.program = entry.title;
     line.hungup = line.ended = false;
     say(line, T_STARTING, {entry.title});
-    enter(line, State::starting,
-          plus(rightnow, milliseconds(static_cast<int64_t>(entry.minutes * 60000))));
+    enter(line, State::starting, plus(rightnow, minutes(entry.minutes)));
     tell(text(0, O_RUNS, {line.number(), entry.title, command}));
     ask(line, plex::MSG_RUN, command);
 }
@@ -145,6 +145,18 @@ void menukey(Line &line, char key) {
     }
 }
 
+// A text as one line, without colours.
+std::string plain(const std::string &text) {
+    std::string out;
+    bool escape = false;
+    for (const char c : text) {
+        escape = escape || c == '\033';
+        out.append(escape || static_cast<unsigned char>(c) < ' ' ? 0 : 1, c);
+        escape = escape && c != 'm';
+    }
+    return out;
+}
+
 // The program is over: the caller and the operator are told, and the caller is back.
 void over(Line &line, int number, Words words) {
     closemaster(line);
@@ -152,7 +164,7 @@ void over(Line &line, int number, Words words) {
         show(line, "\033[0m", 4);
     }
     say(line, number, words);
-    tell(text(0, O_LINE, {line.number(), plaintext(0, number, words)}));
+    tell(text(0, O_LINE, {line.number(), plain(text(0, number, words))}));
     line.program.clear();
     showmenu(line);
 }
@@ -223,19 +235,9 @@ void say(Line &line, int number, Words words) {
     show(line, sent.data(), sent.size());
 }
 
-void answer(Line &line, int caller, const std::string &from) {
-    openline(line, caller);
-    line.from = from;
-    line.called = rightnow;
-    tell(text(0, O_CALL, {line.number(), from}));
-    readmenu(line.menu);
-    std::for_each(line.menu.faults.begin(), line.menu.faults.end(), tell);
-    if (!line.lost) {
-        say(line, T_WELCOME,
-            {line.number(), plex::ncedat(plex::today()), plex::nctime(plex::now())});
-        asklanguage(line);
-    }
-    settle(line);
+void greet(Line &line) {
+    say(line, T_WELCOME, {line.number(), plex::ncedat(plex::today()), plex::nctime(plex::now())});
+    asklanguage(line);
 }
 
 void keypressed(Line &line, char key) {
@@ -253,41 +255,38 @@ void keypressed(Line &line, char key) {
     }
 }
 
-Line *lineof(int usrnum) {
+void daemonsays(int usrnum, int32_t what, int value) {
     const auto index = static_cast<size_t>(usrnum % maxrunning);
-    const bool known = usrnum >= 0 && index < lines.size() && lines[index].usrnum == usrnum;
-    return known && lines[index].busy() ? &lines[index] : nullptr;
-}
-
-void started(Line &line, int master) {
-    if (master >= 0) {
-        openmaster(line, master);
-        line.state = State::running;
-    } else {
+    if (usrnum < 0 || index >= lines.size() || lines[index].usrnum != usrnum ||
+        !lines[index].busy()) {
+        if (what == plex::MSG_STARTED && value >= 0) {
+            close(value); // he has gone meanwhile, and his program was killed
+        }
+        return;
+    }
+    Line &line = lines[index];
+    if (what == plex::MSG_FAILED) {
+        over(line, T_REFUSED, {line.program});
+    } else if (what == plex::MSG_STARTED && value < 0) {
         ask(line, plex::MSG_KILL);
         over(line, T_TRYLATER, {line.program});
+    } else if (what == plex::MSG_STARTED) {
+        openmaster(line, value);
+        line.state = State::running;
+    } else if (!WIFSTOPPED(value)) {
+        line.ended = true;
+        line.status = value;
+        line.before = line.shown;
+        halfended(line);
     }
     settle(line);
 }
 
-void refused(Line &line) {
-    over(line, T_REFUSED, {line.program});
-    settle(line);
-}
-
-void servicelost(Line &line) {
+void daemonlost(Line &line) {
     if (line.busy()) {
         over(line, T_SERVICELOST, {line.program});
         settle(line);
     }
-}
-
-void ended(Line &line, int status) {
-    line.ended = true;
-    line.status = status;
-    line.before = line.shown;
-    halfended(line);
-    settle(line);
 }
 
 void halfended(Line &line) {
