@@ -1,5 +1,6 @@
-// What harbour costs, beside a bare relay (one process, one pseudo-terminal, no host) and beside
-// telnetd serving the same program from a listener of ours. All ratios are from this one run.
+// What harbour costs, beside a bare relay (one process, one pseudo-terminal, no host), beside
+// telnetd serving the same program from a listener of ours, and beside an sshd with keys of its
+// own. All ratios are from this one run.
 //
 //     bench/calls [CALLERS]        500 when nothing is said
 //     bench/calls soak [SECONDS]   60; calls of all kinds, and what the board holds afterwards
@@ -24,6 +25,7 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
@@ -74,15 +76,25 @@ int listenany(int &port) {
     return fd;
 }
 
-int dial(int port) {
+// -1: nobody listens.
+int trydial(int port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in at = {};
     at.sin_family = AF_INET;
     at.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     at.sin_port = htons(static_cast<uint16_t>(port));
     const int on = 1;
-    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr *>(&at), sizeof at) != 0 ||
+    if (connect(fd, reinterpret_cast<sockaddr *>(&at), sizeof at) != 0 ||
         setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+int dial(int port) {
+    const int fd = trydial(port);
+    if (fd < 0) {
         fail("connect");
     }
     return fd;
@@ -282,6 +294,53 @@ pid_t starttelnetd(const char *program, int &port) {
     }
 }
 
+// sshd with keys and a configuration in our home; who has the key gets a cat. -1: it does not
+// start.
+pid_t sshd = -1;
+
+pid_t startsshd(int &port) {
+    const std::string at = home + "/";
+    close(listenany(port));
+    write("sshd.cfg", "ListenAddress 127.0.0.1:" + std::to_string(port) + "\nHostKey " + at +
+                          "host\nAuthorizedKeysFile " + at + "user.pub\nPidFile none\n" +
+                          "UsePAM no\nStrictModes no\nPermitRootLogin yes\nMaxStartups 1000\n" +
+                          "PerSourceMaxStartups none\nForceCommand exec cat\n");
+    const std::string keygen = "ssh-keygen -q -t ed25519 -N '' -f " + at;
+    if (system((keygen + "host && " + keygen + "user").c_str()) != 0) {
+        return -1;
+    }
+    if (geteuid() == 0) {
+        mkdir("/run/sshd", 0755); // it wants that; systemd would have made it
+    }
+    const pid_t pid = child();
+    if (pid == 0) {
+        execl("/usr/sbin/sshd", "/usr/sbin/sshd", "-D", "-f", (at + "sshd.cfg").c_str(), "-E",
+              (at + "sshd.log").c_str(), nullptr);
+        _exit(127);
+    }
+    return pid;
+}
+
+// Calls it; what is read and written is the terminal's.
+Caller callsshd(int port) {
+    int both[2];
+    socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both);
+    const std::string key = home + "/user";
+    if (child() == 0) {
+        dup2(both[1], STDIN_FILENO);
+        dup2(both[1], STDOUT_FILENO);
+        execl("/usr/bin/ssh", "ssh", "-tt", "-q", "-F", "none", "-i", key.c_str(), "-p",
+              std::to_string(port).c_str(), "-o", "BatchMode=yes", "-o", "IdentityAgent=none", "-o",
+              "StrictHostKeyChecking=no", "-o", "UserKnownHostsFile=/dev/null", "-o",
+              "ConnectionAttempts=50", "127.0.0.1", nullptr);
+        _exit(127);
+    }
+    close(both[1]);
+    Caller caller;
+    caller.fd = both[0];
+    return caller;
+}
+
 // --- what is measured
 
 long field(pid_t pid, const char *file, const char *name) {
@@ -462,35 +521,73 @@ void callrate(int cores) {
     oncores(CPU_SETSIZE, 0);
 }
 
-void idlememory() {
-    constexpr int count = 100;
+// Memory of a server and all that it started, with so many calls, each with its cat.
+template <class Call> long idlememory(pid_t server, int count, Call call) {
     std::vector<Caller> callers;
-    startboard(count);
     for (int i = 0; i < count; i++) {
-        callers.push_back(withprogram("c", "="));
+        callers.push_back(call());
     }
-    const long ours = pss(board);
+    const long all = pss(server);
     for (Caller &caller : callers) {
         caller.end();
     }
-    callers.clear();
-    stop(board);
+    stop(server);
+    return all;
+}
+
+// Sends the first line to a cat and sees it come back.
+Caller tried(Caller caller) {
+    say(caller.fd, "x\r");
+    caller.expect("x");
+    return caller;
+}
+
+// Starts sshd and tries it. Returns an empty string, or why it does not serve here.
+std::string missingsshd(int &port) {
+    constexpr int patience = 10000; // milliseconds
+    if (access("/usr/sbin/sshd", X_OK) != 0 || access("/usr/bin/ssh", X_OK) != 0) {
+        return "it is not installed (Debian: openssh-server)";
+    }
+    sshd = startsshd(port);
+    int fd = -1;
+    for (int ms = 0; sshd > 0 && ms < patience && fd < 0; ms += 10) {
+        poll(nullptr, 0, 10);
+        fd = trydial(port);
+    }
+    close(fd);
+    Caller first = callsshd(port);
+    pollfd answer = {first.fd, POLLIN, 0};
+    say(first.fd, "x\r");
+    char byte = 0;
+    const bool served = poll(&answer, 1, patience) == 1 && recv(first.fd, &byte, 1, 0) == 1;
+    first.end();
+    if (!served && sshd > 0) {
+        stop(sshd);
+    }
+    return served ? "" : "it says: " + slurp(home + "/sshd.log");
+}
+
+void compareidle() {
+    constexpr int count = 100;
     int port = 0;
-    const pid_t other = starttelnetd("/bin/cat", port);
-    for (int i = 0; i < count; i++) {
-        Caller caller;
-        caller.fd = dial(port);
-        say(caller.fd, "x\r");
-        caller.expect("x");
-        callers.push_back(caller);
+    startboard(count);
+    const long ours = idlememory(board, count, [] { return withprogram("c", "="); });
+    const auto beside = [ours](const char *whose, long theirs) {
+        printf("memory of %d idle calls, with their cat: %s %ld kB, harbour %ld kB: %.2f\n", count,
+               whose, theirs, ours, static_cast<double>(ours) / static_cast<double>(theirs));
+    };
+    const pid_t telnetd = starttelnetd("/bin/cat", port);
+    beside("telnetd", idlememory(telnetd, count, [port] {
+               Caller caller;
+               caller.fd = dial(port);
+               return tried(caller);
+           }));
+    const std::string why = missingsshd(port);
+    if (!why.empty()) {
+        printf("no sshd to compare with: %s\n", why.c_str());
+        return;
     }
-    const long theirs = pss(other);
-    printf("memory of %d idle calls, with their cat: telnetd %ld kB, harbour %ld kB: %.2f\n", count,
-           theirs, ours, static_cast<double>(ours) / static_cast<double>(theirs));
-    for (Caller &caller : callers) {
-        caller.end();
-    }
-    stop(other);
+    beside("sshd", idlememory(sshd, count, [port] { return tried(callsshd(port)); }));
 }
 
 long ticks(pid_t pid) {
@@ -651,13 +748,6 @@ int soak(int howlong) {
     return status == 0 ? 0 : 1;
 }
 
-void cleanhome() {
-    for (const char *file : {"cfg", "pxhost.cfg", "harbour.menu", "harbour.log", "vosterd.log"}) {
-        unlink((home + "/" + file).c_str());
-    }
-    rmdir(home.c_str());
-}
-
 } // namespace
 
 int main(int argc, char **argv) {
@@ -674,7 +764,7 @@ int main(int argc, char **argv) {
 
     if (soaking) {
         const int status = soak(argc > 2 ? atoi(argv[2]) : 60);
-        cleanhome();
+        std::filesystem::remove_all(home);
         return status;
     }
     if (count > 0) {
@@ -683,10 +773,10 @@ int main(int argc, char **argv) {
     if (access("/usr/sbin/telnetd", X_OK) == 0) {
         callrate(1);
         callrate(2);
-        idlememory();
+        compareidle();
     } else {
         puts("no telnetd to compare with (Debian: inetutils-telnetd)");
     }
-    cleanhome();
+    std::filesystem::remove_all(home);
     return 0;
 }

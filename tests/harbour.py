@@ -15,7 +15,9 @@ import time
 import blackbox
 from blackbox import BUILD, PATIENCE, children, descriptors, slurp, spew, stat, status
 
-IAC, DONT, DO, WONT, WILL, SB, IP, SE = 255, 254, 253, 252, 251, 250, 244, 240
+IAC, DONT, DO, WONT, WILL, SB, SE = 255, 254, 253, 252, 251, 250, 240
+EL, EC, AYT, IP, BREAK, EOF = 248, 247, 246, 244, 243, 236
+EPOLLOUT, CLONE_NEWIPC = 4, 0x08000000
 BINARY, ECHO, SGA, TTYPE, NAWS = 0, 1, 3, 24, 31
 LANGUAGES = "NLingo=2\nLNG=English/ANSI\nLNGYES=yes\nLNGNO=no\nLNG=English/ASCII\n"
 SLEEP = "S|0|Sleep|/bin/sh -c \"sleep 1000; :\"\n"
@@ -139,9 +141,14 @@ class Harbour(blackbox.DaemonSuite):
         self.eventually(lambda: (len(descriptors(self.daemon.pid)), descendants(os.getpid())) == (self.idle, 2),
                         lambda: f"left: {descriptors(self.daemon.pid)}, {descendants(os.getpid())} processes")
 
+    def asks(self, events):
+        """Whether the board waits for these events of anything"""
+        epoll = next(fd for fd, name in descriptors(self.daemon.pid).items() if "eventpoll" in name)
+        fds = slurp(f"/proc/{self.daemon.pid}/fdinfo/{epoll}")
+        return any(int(asked, 16) & events for asked in re.findall(r"events: +(\w+)", fds))
+
     def resident(self):
         return int(status(self.daemon.pid, "VmRSS").split()[0])
-
 
     # A visit with somebody else's client, in the home that --demo makes.
     def testVisit(self):
@@ -176,33 +183,45 @@ class Harbour(blackbox.DaemonSuite):
         self.assertEqual([f for f in os.listdir() if f.startswith("plexrun")], [])
 
     def testOperator(self):
-        self.board(CAT, env={"BBSDISP": "viewer"})
+        blackbox.libc.unshare(CLONE_NEWIPC)  # for root, who has one segment for all his consoles
+        self.board(CAT + YES, env={"BBSDISP": "viewer"})
         operator = Screen("operator", f"{BUILD}/plexview {self.home}")
-        operator.shows(r"harbour +127.0.0.1:\d+ +0 of 32 lines +\d\d-[A-Z]{3}-\d\d \d\d:\d\d:\d\d")
+        operator.shows(r"harbour +127.0.0.1:\d+ +0 of 32 lines +\d\d-[A-Z]{3}-\d\d \d\d:\d\d:\d\d\n"
+                       r" Line  State +From +Program +On for +In +Out\n +1  free\n(?s:.*)\n +16  free\n"
+                       r"─{80}\n\n\n\n\n\n +↑↓ choose   V view   M message   K end program   D end call   Q end all")
+        operator.keys("v", "m", "d", "k", "PPage", "NPage", "Down", "Down")  # there is nobody to do it to
+        operator.shows(r"\n +4  free\n(?s:.*)\n +19  free\n─")
+        operator.keys("PPage", "Up", "Up")
         first, call = self.call(), self.call(choose="11")
         call.run("c", "none/such: No such file")
-        operator.shows(r"\n    2  running +127\.0\.0\.1:\d+ +Cat +0:\d\d:\d\d +\d+ +\d+\n")
-        operator.shows(r"Line 1: a call from 127(?s:.*)Line 2: Cat starts: /bin/cat /none/such -\n")
-        operator.keys("Down", "v")
-        operator.shows(r"Cat(?s:.*)No such file(?s:.*)V back")
+        operator.shows(r"\n    1  menu +127(?s:.*)\n    2  running +127\.0\.0\.1:\d+ +Cat +0:\d\d:\d\d +\d\d? +\d{3,4}\n")
+        operator.shows(r"\n \d\d:\d\d:\d\d  Line 1: a call from 127(?s:.*)Line 2: Cat starts: /bin/cat /none/such -\n")
+        operator.keys("Down", "v", "Down")
+        operator.shows(r"Cat(?s:.*)No such file(?s:.*)\n  V back .* line 2  Cat")
         call.send("\x1b[5;10Hl\xc3\xa4uft\x1b[1\n".encode("latin-1"))
         operator.shows(r"\^\[\[5;10Hläuft")
+        operator.shows(r"\n.{9}läuft")
         operator.keys("m")
-        operator.shows("To line 2:")
-        operator.keys("Tea, ~5 o'clock?", "BSpace", "!", "Enter")
+        operator.shows(r"╔═{62}╗.*\n.*║ To line 2: {51}║.*(\n.*║ {62}║.*){3}\n.*╚═{62}╝")
+        operator.keys("Tea, ~5 o'clock?", "BSpace", "!")
+        operator.shows("║ Tea, ~5 o'clock! +║")
+        operator.keys("Enter")
         call.expect("The operator: Tea, ~5 o'clock! ")
         operator.keys("v", "k", "n", "k")
-        operator.shows("Line 2: end Cat")
+        operator.shows(r"Line 2: end Cat\? \(y: yes\)")
         operator.keys("y")
         call.expect("The operator has ended your program.")
-        call.expect("Your choice: ")
-        operator.shows(r"\n    2  menu ")
-        operator.keys("d", "y")
+        call.run("y", "on and on")
+        self.eventually(lambda: self.asks(EPOLLOUT))  # he reads no more of it
+        operator.shows(r"\n    2  running .* Yes +0:\d\d:\d\d +\d\d? +\d+[KM]\n")
+        operator.keys("v", "d")
+        operator.shows(r"\non and on\n(?s:.*)End the call on line 2\? \(y: yes\)")
+        operator.keys("y")
         call.expect("The operator ends this call.")
         call.end()
-        operator.shows(r"\n    2  free(?s:.*)Line 2: the call from 127")
-        operator.keys("q", "Escape", "q")
-        operator.shows("Say goodbye to all callers")
+        operator.shows(r"\n    2  free\n(?s:.*)Line 2: the call from 127")
+        operator.keys("q", "Escape", "q", "n", "q")
+        operator.shows(r"Say goodbye to all callers and end\? \(y: yes\)")
         operator.keys("y")
         first.expect("The board closes now. Goodbye.")
         self.assertEqual(self.wait(), (0, ""))
@@ -227,13 +246,15 @@ class Harbour(blackbox.DaemonSuite):
 
     def testTerminal(self):
         script = "trap 'stty size' WINCH; trap 'echo quit' QUIT; stty size; while :; do sleep 0.01; done"
-        self.board(f"S|0|Size|/bin/sh -c \"{script}\"\nN|0|Name|/bin/echo <%t>\nA|0|All|/bin/stty -a\n",
-                   "IUTF8=no")
+        self.board(f"S|0|Size|/bin/sh -c \"{script}\"\nN|0|Name|/bin/echo <%t>\nA|0|All|/bin/stty -a\n"
+                   "C|0|Cat|/bin/cat\n", "IUTF8=no")
         call = self.call(size=(132, 43))
         call.run("s", "43 132\r\n")
         call.size(40, 10)
         call.expect("10 40\r\n")
-        call.send(bytes([IAC, 243]))  # break
+        call.size(0, 0)
+        call.expect("24 80\r\n")
+        call.send(bytes([IAC, BREAK]))
         call.expect("quit\r\n")
         call.send(bytes([IAC, IP]))
         call.expect("ended by signal 2 (Interrupt)")
@@ -241,19 +262,23 @@ class Harbour(blackbox.DaemonSuite):
             call.send(bytes([IAC, WILL, TTYPE, IAC, SB, TTYPE, 0]) + name.encode() + bytes([IAC, SE]))
             call.run("n", f"<{shown}>")
         call.run("a", "-iutf8")
+        call.expect("Your choice: ")
+        call.send(b"cahead\n")  # of the program
+        call.expect("\r\nahead\r\n")
+        call.send(b"wrong" + bytes([IAC, EL]) + b"rix" + bytes([IAC, EC]) + b"ght\n")
+        call.expect("\r\nright\r\n")
+        call.send(bytes([IAC, AYT]))
+        call.expect("[harbour]")
+        call.send(bytes([IAC, EOF]))
+        call.expect("Cat has ended")
 
     def testWhoDoesNotReadStopsHimself(self):
         self.board(YES + SLEEP + CAT, env={"BBSDISP": "nullcon"})
         call, other, typist = self.call(), self.call(), self.call()
         call.run("y", "on and on")
         yes = children(children(self.daemon.pid)[0])[0]
-        last = [stat(yes)[11:13]]
-
-        def still():  # for half a second
-            time.sleep(0.5)
-            last.append(stat(yes)[11:13])
-            return last[-1] == last[-2]
-        self.eventually(still, "the program was never stopped")
+        # The board asks to be told of room for him alone, and the program waits to write.
+        self.eventually(lambda: self.asks(EPOLLOUT) and stat(yes)[0] == "S", "the program was never stopped")
         memory = self.resident()
         typist.run("s", "Sleep")
         typist.socket.setblocking(False)
@@ -376,6 +401,7 @@ class Harbour(blackbox.DaemonSuite):
         first.expect("No room for Truth now.")
         resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE, (full + 100, full + 100))
         first.run("t", "Truth has ended")
+        self.assertEqual(slurp("harbour.log").count("No descriptor left"), 1)
 
     def testMenu(self):
         self.board("# a comment\n\nX|0|Nothing|/none/there\nE|0|Three|/bin/sh -c \"exit 3\"\n"
