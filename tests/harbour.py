@@ -172,7 +172,8 @@ class Harbour(blackbox.DaemonSuite):
         caller.shows("grüße\ngrüße\n")
         caller.keys("C-d")
         caller.shows(r"An echo \(Ctrl\+C ends it\) ist zu Ende")
-        caller.keys("e")
+        caller.keys("e", "hm", "Enter")
+        caller.shows("hm\nhm\n")  # before that ^C would meet nobody
         caller.keys("C-c")
         caller.shows(r"durch Signal 2 \(Interrupt\)")
         caller.keys("g")
@@ -312,8 +313,9 @@ class Harbour(blackbox.DaemonSuite):
 
     def testHostileCallers(self):
         self.board(settings="LINES=4")
+        compressed = bytes([IAC, DO, 86, IAC, SB, 86, IAC, SE]) + b"\x78\x9c" + b"\xff" * 100
         streams = [b"", bytes([IAC]), bytes([IAC, SB, NAWS]), bytes([IAC, SB, TTYPE, 0]) + b"x" * 100000,
-                   bytes([IAC, DO, 86, IAC, SB, 86, IAC, SE]) + b"\x78\x9c" + b"\xff" * 100,
+                   compressed,
                    bytes([IAC, DO, 200, IAC, WILL, 201]) * 20000, b"\xff\xfa\x1f\xff\xff\xff\xf0" * 1000,
                    os.urandom(200000), b"WLWL?\r" * 2000]
         silent = self.call(choose="")
@@ -324,6 +326,9 @@ class Harbour(blackbox.DaemonSuite):
                 call.send(stream)
             call.leave(i % 2)
             slow.send("2?????t???????????"[i])  # a byte a minute, and what is meant with it stands
+        refused = self.call()
+        refused.send(compressed)
+        refused.end()
         self.eventually(lambda: len(descriptors(self.daemon.pid)) == self.idle + 2)
         slow.expect("Truth has ended")
         silent.expect("Press its number.")

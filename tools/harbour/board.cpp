@@ -56,7 +56,6 @@ int acceptone() {
 void turnaway(int caller, int number) {
     const std::string why = text(0, number);
     send(caller, why.data(), why.size(), MSG_DONTWAIT);
-    shutdown(caller, SHUT_WR);
     close(caller);
 }
 
@@ -91,10 +90,6 @@ void takecalls() {
             turnaway(caller, T_BUSY);
             continue;
         }
-        const int on = 1;
-        setsockopt(caller, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        setsockopt(caller, SOL_SOCKET, SO_OOBINLINE, &on, sizeof on); // an interrupt's mark
-        setsockopt(caller, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
         answer(*line, caller, named(caller, getpeername));
     }
 }
@@ -119,7 +114,7 @@ int quiet(Time atmost) {
     if (listener.fd >= 0 && listener.asked == 0) {
         next = std::min(next, awake);
     }
-    if (attended()) {
+    if (rules.watched) {
         next = std::min(next, looked + beat);
     }
     const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
@@ -150,31 +145,11 @@ void turn(Time atmost) {
     } else if (rightnow >= awake) {
         watch(listener, EPOLLIN);
     }
-    if (attended() && rightnow - looked >= beat) {
+    if (rules.watched && rightnow - looked >= beat) {
         looked = rightnow;
         if (!serveconsole()) {
             ending = 1;
         }
-    }
-}
-
-void saygoodbye() {
-    watch(listener, 0);
-    close(listener.fd);
-    listener.fd = -1;
-    rightnow = Clock::now();
-    const Time end = rightnow + parting;
-    for (Line &line : lines) {
-        endcall(line, T_CLOSING);
-        settle(line);
-    }
-    const auto calling = [](const Line &l) { return l.state != State::none; };
-    while (rightnow < end && std::any_of(lines.begin(), lines.end(), calling)) {
-        turn(end);
-    }
-    for (Line &line : lines) {
-        line.lost = calling(line);
-        settle(line);
     }
 }
 
@@ -214,7 +189,6 @@ std::string openboard(const std::string &where) {
 
 void runboard(const std::string &at) {
     openconsole(at);
-    rules.watched = attended();
     if (!at.starts_with("127.") && !at.starts_with("[::1]")) {
         tell(text(0, O_NOTLOOPBACK, {at}));
     }
@@ -222,8 +196,23 @@ void runboard(const std::string &at) {
     while (ending == 0) {
         turn(Time::max());
     }
-    saygoodbye();
-    closeconsole();
+    watch(listener, 0);
+    close(listener.fd);
+    listener.fd = -1;
+    const Time end = rightnow + parting;
+    for (Line &line : lines) {
+        endcall(line, T_CLOSING);
+        settle(line);
+    }
+    const auto calling = [](const Line &l) { return l.state != State::none; };
+    while (rightnow < end && std::any_of(lines.begin(), lines.end(), calling)) {
+        turn(end);
+    }
+    for (Line &line : lines) {
+        line.lost = calling(line);
+        settle(line);
+    }
+    plex::clstrm();
 }
 
 } // namespace harbour

@@ -33,7 +33,6 @@ constexpr int popupheight = 6;
 constexpr int popupleft = (plex::scrcols - popupwidth) / 2;
 constexpr int popuptop = 9;
 
-constexpr unsigned char PLAIN = 0x07;
 constexpr unsigned char BAR = 0x1F;    // bright white on blue
 constexpr unsigned char HEAD = 0x03;   // cyan
 constexpr unsigned char CHOSEN = 0x70; // reverse
@@ -210,16 +209,15 @@ void ask(const Question &question) {
     answered.clear();
     plex::explodem = 1;
     plex::explodeto(box.data(), 0, 0, popupwidth - 1, popupheight - 1, popupleft, popuptop);
-    plex::explodem = 0; // what changes all the time must not burst open
+    plex::explodem = 0;
     plex::cursiz(1);
     showanswer();
 }
 
 // The answer is there, if it is one.
 void act() {
-    const bool meant =
-        asking->key == 'm' ? !answered.empty() : !answered.empty() && tolower(answered[0]) == yes();
-    if (meant && asking->may(current())) {
+    const bool meant = asking->key == 'm' || tolower(answered[0]) == yes();
+    if (!answered.empty() && meant && asking->may(current())) {
         asking->act(current());
         settle(current());
     }
@@ -244,16 +242,13 @@ void answerkey(int32_t key) {
 }
 
 void pressed(int32_t key) {
-    constexpr struct {
-        int32_t key;
-        int by;
-    } moves[] = {{plex::CODE_UP, -1},
-                 {plex::CODE_DOWN, 1},
-                 {plex::CODE_PGUP, -listrows},
-                 {plex::CODE_PGDN, listrows}};
-    for (const auto &m : moves) {
-        if (key == m.key && !viewing()) {
-            chosen = std::clamp(chosen + m.by, 0, static_cast<int>(lines.size()) - 1);
+    constexpr std::pair<int32_t, int> moves[] = {{plex::CODE_UP, -1},
+                                                 {plex::CODE_DOWN, 1},
+                                                 {plex::CODE_PGUP, -listrows},
+                                                 {plex::CODE_PGDN, listrows}};
+    for (const auto &[move, by] : moves) {
+        if (key == move && !viewing()) {
+            chosen = std::clamp(chosen + by, 0, static_cast<int>(lines.size()) - 1);
         }
     }
     const int letter = key > 0 && key < 0x80 ? tolower(key) : 0;
@@ -275,27 +270,9 @@ void openconsole(const std::string &where) {
     const bool viewer = method != nullptr && plex::sameas(method, "viewer") != 0;
     plex::opntrm(method == nullptr ? plex::DSP_NULL : viewer ? plex::DSP_REMOTE : 0, "harbour");
     plex::frzseg();
-    plex::ansion(0);
-    plex::explodem = 0;
+    plex::explodem = 0; // what changes all the time must not burst open
+    rules.watched = plex::dsptyp != plex::DSP_NULL;
     turnview(false);
-}
-
-void closeconsole() {
-    if (attended()) {
-        plex::setwin(nullptr, 0, 0, lastcol, lastrow, 1);
-        plex::setatr(PLAIN);
-        plex::wrcurp(0);
-        plex::bgnout();
-        plex::ffeed();
-        plex::cursiz(1);
-        plex::wrcurp(0);
-        plex::updtrm(1);
-    }
-    plex::clstrm();
-}
-
-bool attended() {
-    return plex::dsptyp != plex::DSP_NULL;
 }
 
 bool serveconsole() {

@@ -7,14 +7,9 @@
 namespace harbour {
 
 // Opens the console that the setting BBSDISP asks for: "viewer" is the shared screen, no setting
-// the null console, the rest is the library's. `address` is what the board listens on.
+// the null console, the rest is the library's; and has the rules tell whether anybody can see it.
+// `address` is what the board listens on.
 void openconsole(const std::string &address);
-
-// Gives the console back.
-void closeconsole();
-
-// Whether anybody can look at it and press its keys.
-bool attended();
 
 // Shows what has changed and obeys the keys that came. False when the operator ends the board.
 bool serveconsole();

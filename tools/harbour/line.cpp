@@ -81,16 +81,13 @@ void typed(Line &line, const char *bytes, size_t len) {
 
 // Interrupts and their kind are keys of the program's terminal.
 void command(Line &line, unsigned char code) {
-    constexpr struct {
-        unsigned char code;
-        size_t key;
-    } keys[] = {{TELNET_IP, VINTR},   {TELNET_BREAK, VQUIT}, {TELNET_ABORT, VQUIT},
-                {TELNET_SUSP, VSUSP}, {TELNET_EOF, VEOF},    {TELNET_EC, VERASE},
-                {TELNET_EL, VKILL}};
+    constexpr std::pair<unsigned char, size_t> keys[] = {
+        {TELNET_IP, VINTR}, {TELNET_BREAK, VQUIT}, {TELNET_ABORT, VQUIT}, {TELNET_SUSP, VSUSP},
+        {TELNET_EOF, VEOF}, {TELNET_EC, VERASE},   {TELNET_EL, VKILL}};
     struct termios settings = {};
-    for (const auto &k : keys) {
-        if (k.code == code && line.master.fd >= 0 && tcgetattr(line.master.fd, &settings) == 0) {
-            const char key = static_cast<char>(settings.c_cc[k.key]);
+    for (const auto &[name, at] : keys) {
+        if (name == code && line.master.fd >= 0 && tcgetattr(line.master.fd, &settings) == 0) {
+            const char key = static_cast<char>(settings.c_cc[at]);
             toprogram(line, &key, 1);
         }
     }
@@ -107,10 +104,8 @@ void setsize(const Line &line) {
 }
 
 void resized(Line &line, const unsigned char *b, size_t len) {
-    const int columns = len == 4 ? b[0] << 8 | b[1] : 0;
-    const int rows = len == 4 ? b[2] << 8 | b[3] : 0;
-    line.columns = columns > 0 ? columns : 80;
-    line.rows = rows > 0 ? rows : 24;
+    line.columns = len == 4 && (b[0] | b[1]) != 0 ? b[0] << 8 | b[1] : 80;
+    line.rows = len == 4 && (b[2] | b[3]) != 0 ? b[2] << 8 | b[3] : 24;
     setsize(line);
 }
 
@@ -189,11 +184,9 @@ void watch(Watch &what, uint32_t events) {
 }
 
 void tell(const std::string &what) {
-    static std::string last;
-    if (what == last) {
+    if (!told.empty() && told.back().ends_with("  " + what)) {
         return;
     }
-    last = what;
     plex::inform("%s\n", what.c_str());
     told.push_back(std::string(" ") + plex::nctime(plex::now()) + "  " + what);
     if (told.size() > mosttold) {
