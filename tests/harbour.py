@@ -25,16 +25,16 @@ YES = "Y|0|Yes|/usr/bin/yes on and on\n"
 CAT = "C|0|Cat|/bin/cat /none/such -\n"
 
 
-class Call:
-    """A caller, of plain text unless he chooses. What he is sent is in `seen` (data) and `offers`."""
+# A telnet command: a doubled byte, a subnegotiation, one with an option, a plain one.
+COMMAND = rb"\xff(?:(\xff)|\xfa.*?\xff\xf0|[\xfb-\xfe].|[^\xfa-\xff])"
 
-    def __init__(self, port, answers=(), size=None, choose="2"):
+
+class Call:
+    """A caller, of plain text unless he chooses. What he was sent is in `all`; data still to be looked at in `seen`."""
+
+    def __init__(self, port, choose="2"):
         self.socket = socket.create_connection(("127.0.0.1", port), PATIENCE)
-        self.raw, self.seen, self.offers, self.closed = b"", b"", [], False
-        for option in answers:
-            self.send(bytes([IAC, DO, option, IAC, WILL, option]))
-        if size:
-            self.size(*size)
+        self.all, self.raw, self.seen, self.closed = b"", b"", b"", False
         self.send(choose)
 
     def size(self, columns, rows):
@@ -44,22 +44,16 @@ class Call:
         self.socket.sendall(data if isinstance(data, bytes) else data.encode())
 
     def read(self, seconds):
-        if not blackbox.readable(self.socket, seconds):
-            return False
         data = b""
-        with contextlib.suppress(ConnectionResetError):
-            data = self.socket.recv(65536)
-        self.closed = self.closed or not data
+        if blackbox.readable(self.socket, seconds):
+            with contextlib.suppress(ConnectionResetError):
+                data = self.socket.recv(65536)
+            self.closed = not data
         self.raw += data
-        # A run of data, or a command: two bytes, three with an option, or to the end of a subnegotiation.
-        at = 0
-        for part in re.finditer(rb"[^\xff]+|\xff(?:\xfa.*?\xff\xf0|[\xfb-\xfe].|[^\xfa-\xfe])", self.raw, re.S):
-            at = part.end()
-            if part[0][0] != IAC or part[0] == b"\xff\xff":
-                self.seen += part[0].replace(b"\xff\xff", b"\xff")
-            else:
-                self.offers.append(part[0][1:])
-        self.raw = self.raw[at:]
+        whole = re.match(rb"(?:[^\xff]+|" + COMMAND + rb")*", self.raw, re.S)[0]
+        self.raw = self.raw[len(whole):]
+        self.all += whole
+        self.seen += re.sub(COMMAND, rb"\1", whole, flags=re.S)
         return bool(data)
 
     def expect(self, text):
@@ -125,7 +119,7 @@ class Harbour(blackbox.DaemonSuite):
         for name, text in change.items():
             name = name.replace("_", ".")
             os.unlink(name) if text is None else spew(name, text)
-        self.start(cfg=f"{settings}\n" if "LISTEN" in settings else f"LISTEN=127.0.0.1:0\n{settings}\n", env={"BBSLOG": "file", **dict(env)})
+        self.start(cfg=f"{settings}\nLISTEN=127.0.0.1:0\n", env={"BBSLOG": "file", **dict(env)})  # the first one counts
         if ready:
             self.eventually(lambda: "listening at" in slurp("harbour.log"), lambda: slurp("stderr"))
             self.port = int(re.findall(r"listening at .*:(\d+)\n", slurp("harbour.log"))[-1])
@@ -231,7 +225,8 @@ class Harbour(blackbox.DaemonSuite):
     # Every byte, both ways; and for those who refuse it, a network terminal's line ends.
     def testBytes(self):
         self.board("R|0|Raw|/bin/sh -c \"stty raw -echo; echo ready; exec cat\"\n")
-        call = self.call([BINARY])
+        call = self.call()
+        call.send(bytes([IAC, DO, BINARY, IAC, WILL, BINARY]))
         call.run("r", "ready\n")
         every = bytes(range(256)) * 64
         call.send(every.replace(b"\xff", b"\xff\xff"))
@@ -242,14 +237,15 @@ class Harbour(blackbox.DaemonSuite):
                              (b"\0f", b"\0f"), (b"\r", b"\r"), (b"\ng\n", b"\0g\n"), (b"\xff\xff", b"\xff")):
             plain.send(sent)
             self.assertEqual(plain.expect(echoed), b"", sent)
-        self.assertLessEqual({bytes([WILL, ECHO]), bytes([WILL, SGA]), bytes([DO, NAWS]), bytes([DO, TTYPE])},
-                             set(plain.offers))
+        for offer in (WILL, ECHO), (WILL, SGA), (WILL, BINARY), (DO, BINARY), (DO, NAWS), (DO, TTYPE):
+            self.assertIn(bytes([IAC, *offer]), plain.all)
 
     def testTerminal(self):
         script = "trap 'stty size' WINCH; trap 'echo quit' QUIT; stty size; while :; do sleep 0.01; done"
         self.board(f"S|0|Size|/bin/sh -c \"{script}\"\nN|0|Name|/bin/echo <%t>\nA|0|All|/bin/stty -a\n"
                    "C|0|Cat|/bin/cat\n", "IUTF8=no")
-        call = self.call(size=(132, 43))
+        call = self.call()
+        call.size(132, 43)
         call.run("s", "43 132\r\n")
         call.size(40, 10)
         call.expect("10 40\r\n")
@@ -298,18 +294,17 @@ class Harbour(blackbox.DaemonSuite):
 
     def testCarrierLost(self):
         self.board(SLEEP + YES, "LINES=1")
-        for key in ("s", "y", ""):
-            for reset in (False, True):
-                with self.subTest(key=key, reset=reset):
-                    call = self.call()
-                    call.expect("Your choice: ")
-                    call.send(key)
-                    self.eventually(lambda: not key or children(children(self.daemon.pid)[0]))
-                    call.leave(reset)
-                    began = time.monotonic()
-                    self.eventually(lambda: len(descriptors(self.daemon.pid)) == self.idle)
-                    self.assertLess(time.monotonic() - began, 1)
-                    self.quiet()
+        for key, reset in ("s", False), ("s", True), ("y", False), ("y", True), ("", False), ("", True):
+            with self.subTest(key=key, reset=reset):
+                call = self.call()
+                call.expect("Your choice: ")
+                call.send(key)
+                self.eventually(lambda: not key or children(children(self.daemon.pid)[0]))
+                call.leave(reset)
+                began = time.monotonic()
+                self.eventually(lambda: len(descriptors(self.daemon.pid)) == self.idle)
+                self.assertLess(time.monotonic() - began, 1)
+                self.quiet()
 
     def testHostileCallers(self):
         self.board(settings="LINES=4")

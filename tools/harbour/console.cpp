@@ -122,14 +122,11 @@ void drawlist() {
     row(1, HEAD, text(0, O_HEAD));
     top = std::clamp(top, chosen - listrows + 1, chosen);
     for (int i = 0; i < listrows; i++) {
-        const auto at = static_cast<size_t>(top + i);
-        const bool listed = at < lines.size();
-        const bool free = !listed || lines[at].state == State::none;
-        row(listtop + i,
-            top + i == chosen ? CHOSEN
-            : free            ? FREE
-                              : BUSY,
-            listed ? described(lines[at]) : "");
+        const int at = top + i;
+        const bool listed = at < static_cast<int>(lines.size());
+        const Line &line = lines[static_cast<size_t>(listed ? at : 0)];
+        const unsigned char colour = listed && line.state != State::none ? BUSY : FREE;
+        row(listtop + i, at == chosen ? CHOSEN : colour, listed ? described(line) : "");
     }
     row(eventtop - 1, HEAD, std::string(plex::scrcols, '\xC4'));
     for (size_t i = 0; i < mosttold; i++) {

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 
 namespace harbour {
@@ -81,10 +80,7 @@ void opendaemon(bool utf8) {
     unlockpt(master);
     sample = ioctl(master, TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
     struct termios settings = {};
-    winsize size = {};
-    size.ws_row = 24;
-    size.ws_col = 80;
-    ioctl(sample, TIOCSWINSZ, &size);
+    ioctl(sample, TIOCSWINSZ, &terminalsize);
     if (tcgetattr(sample, &settings) != 0) {
         plex::fail(1, "cannot open a terminal: %s", strerror(errno));
     }

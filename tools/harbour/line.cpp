@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <termios.h>
 #include <unistd.h>
@@ -96,17 +95,15 @@ void command(Line &line, unsigned char code) {
     }
 }
 
-void setsize(const Line &line) {
-    winsize size = {};
-    size.ws_col = static_cast<unsigned short>(line.columns);
-    size.ws_row = static_cast<unsigned short>(line.rows);
-    ioctl(line.master.fd, TIOCSWINSZ, &size);
-}
-
 void resized(Line &line, const unsigned char *b, size_t len) {
-    line.columns = len == 4 && (b[0] | b[1]) != 0 ? b[0] << 8 | b[1] : 80;
-    line.rows = len == 4 && (b[2] | b[3]) != 0 ? b[2] << 8 | b[3] : 24;
-    setsize(line);
+    line.size = terminalsize;
+    if (len == 4 && (b[0] | b[1]) != 0) {
+        line.size.ws_col = static_cast<unsigned short>(b[0] << 8 | b[1]);
+    }
+    if (len == 4 && (b[2] | b[3]) != 0) {
+        line.size.ws_row = static_cast<unsigned short>(b[2] << 8 | b[3]);
+    }
+    ioctl(line.master.fd, TIOCSWINSZ, &line.size);
 }
 
 // Kept only if it may stand in a command line.
@@ -222,12 +219,8 @@ void show(Line &line, const char *bytes, size_t len) {
 void openmaster(Line &line, int master) {
     line.master = {master, masterready, line.index, 0};
     fcntl(master, F_SETFL, O_RDWR | O_NONBLOCK);
-    setsize(line);
-    const std::string ahead = std::move(line.toprogram);
-    line.toprogram.clear();
-    if (!ahead.empty()) {
-        toprogram(line, ahead.data(), ahead.size());
-    }
+    ioctl(master, TIOCSWINSZ, &line.size);
+    drain(master, line.toprogram);
 }
 
 void closemaster(Line &line) {

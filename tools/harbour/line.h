@@ -14,6 +14,7 @@
 #include <deque>
 #include <string>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <vector>
 
 namespace harbour {
@@ -40,6 +41,8 @@ extern int epoll; // level-triggered; its events point to a Watch
 // again; so it is before it is closed.
 void watch(Watch &what, uint32_t events);
 
+constexpr winsize terminalsize = {24, 80, 0, 0}; // where a caller says nothing else
+
 // In the order of their names, O_NONE and so on.
 enum class State { none, language, charset, menu, starting, running, leaving };
 
@@ -53,10 +56,9 @@ struct Line {
     std::string tocaller;  // what the socket has no room for
     std::string toprogram; // and the terminal
 
-    std::string from;     // the caller's address
-    std::string terminal; // what he says it is
-    int columns = 80;
-    int rows = 24;
+    std::string from;            // the caller's address
+    std::string terminal;        // what he says it is
+    winsize size = terminalsize; // of his window
     int language = 0;
     bool utf8 = true;
     Menu menu;

@@ -16,8 +16,6 @@ namespace harbour {
 namespace {
 
 constexpr const char *path = "harbour.menu";
-constexpr size_t longesttitle = 40;
-constexpr double mostminutes = 1440;
 constexpr int longesttext = 4096;
 
 std::string trimmed(const std::string &text) {
@@ -36,26 +34,21 @@ std::string addline(const std::string &line, Menu &menu) {
     plex::Utf8part part;
     const auto key = static_cast<char>(toupper(static_cast<unsigned char>(fields[0][0])));
     Entry entry = {key, 0, plex::fromutf8(fields[2], part), fields[3]};
-    if (rest.fail()) {
-        return "not of the form KEY | MINUTES | TITLE | COMMAND LINE";
-    }
-    if (fields[0].size() != 1 || key <= ' ' || key > '~') {
-        return "the key is not one character";
-    }
-    if (key == WHO || key == LANGUAGE || key == GOODBYE || key == AGAIN) {
-        return std::string("the menu itself has the key ") + key;
-    }
-    if (findentry(menu, key) != nullptr) {
-        return std::string("the key ") + key + " is taken already";
-    }
-    if (!readnumber(fields[1], 0, mostminutes, entry.minutes)) {
-        return "the minutes are no number from 0 to 1440";
-    }
-    if (entry.title.empty() || entry.title.size() > longesttitle) {
-        return "the title does not have 1 to 40 characters";
-    }
-    if (entry.command[0] != '/' || entry.command.size() > plex::CMDSIZE) {
-        return "the command line does not start with a path, or is too long";
+    const std::pair<bool, const char *> faults[] = {
+        {rest.fail(), "not of the form KEY | MINUTES | TITLE | COMMAND LINE"},
+        {fields[0].size() != 1 || key <= ' ' || key > '~', "the key is not one character"},
+        {key == WHO || key == LANGUAGE || key == GOODBYE || key == AGAIN, "the menu has this key"},
+        {findentry(menu, key) != nullptr, "the key is taken already"},
+        {!readnumber(fields[1], 0, 1440, entry.minutes),
+         "the minutes are no number from 0 to 1440"},
+        {entry.title.empty() || entry.title.size() > 40,
+         "the title does not have 1 to 40 characters"},
+        {entry.command[0] != '/', "the command line does not start with a path"},
+        {entry.command.size() > plex::CMDSIZE, "the command line is too long"}};
+    for (const auto &[wrong, why] : faults) {
+        if (wrong) {
+            return why;
+        }
     }
     menu.push_back(entry);
     return "";
