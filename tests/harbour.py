@@ -406,12 +406,13 @@ class Harbour(blackbox.DaemonSuite):
     def testMenu(self):
         self.board("# a comment\n\nX|0|Nothing|/none/there\nE|0|Three|/bin/sh -c \"exit 3\"\n"
                    "K|0|Killed|/bin/sh -c \"kill -9 $$\"\nB|0|Behind|/bin/sh -c \"sh -c 'sleep 1000; :' & echo hm\"\n"
-                   "short|0\nxy|0|Long key|/bin/true\nG|0|Taken|/bin/true\nE|0|Again|/bin/true\n"
+                   "short|0\nxy|0|Long key|/bin/true\nG|0|Taken|/bin/true\nw|0|Taken|/bin/true\nl|0|Taken|/bin/true\n"
+                   "?|0|Taken|/bin/true\nE|0|Again|/bin/true\n"
                    "F|many|Minutes|/bin/true\nF|0||/bin/true\nF|0|Relative|true\n")
         call = self.call()
         menu = call.expect("Your choice: ")
         self.assertEqual(re.findall(rb"\n  (\w)  ", menu), [b"X", b"E", b"K", b"B", b"W", b"L", b"G"])
-        for number in range(7, 14):
+        for number in range(7, 17):
             self.assertIn(f"harbour.menu:{number}: ", slurp("harbour.log"))
         call.seen = b"Your choice: "
         call.run("x", "No such file")

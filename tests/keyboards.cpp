@@ -245,4 +245,19 @@ sys.stdout.buffer.write((text + ' ').encode('utf-32-le')))"})
     }
 }
 
+// Every byte as UTF-8 and back, in pieces of one byte; and what is no character of the page.
+TEST(CodePage, TravelsAsUtf8) {
+    std::string all;
+    std::string back;
+    plex::Utf8part part;
+    for (int c = 0; c < 255; c++) {
+        all += static_cast<char>(c);
+    }
+    for (const char c : plex::toutf8(all)) {
+        back += plex::fromutf8({&c, 1}, part);
+    }
+    EXPECT_EQ(back, all);
+    EXPECT_EQ(plex::fromutf8("\xE2\x82\xAC \xC3(\x84\xF0\x9F\x98\x80\xFF.", part), "? ?(???.");
+}
+
 } // namespace

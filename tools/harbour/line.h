@@ -64,7 +64,8 @@ struct Line {
     Menu menu;
     std::string recent; // the end of what he was sent, while somebody could look
 
-    int usrnum = 0; // of the program: another one each time, since old notices may be on their way
+    int usrnum = 0; // of the program: n times the number of lines + index, another one each time,
+                    // since old notices may be on their way
     std::string program;
     bool hungup = false; // its terminal
     bool ended = false;  // the program itself, with this

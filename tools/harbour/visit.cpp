@@ -23,7 +23,6 @@ constexpr milliseconds longestwarning(60000);
 constexpr milliseconds grace(300);   // for what a program left behind, to give the terminal up
 constexpr milliseconds notice(1000); // from the hang-up to the notice of the end
 constexpr size_t leftover = 1 << 17; // more than a terminal holds: the program's own is out by then
-constexpr int maxrunning = 4096;     // usrnums are of the form n * maxrunning + index
 constexpr int mostlanguages = 9;     // as many as there are digits to choose by
 
 int languages() {
@@ -120,8 +119,9 @@ void startprogram(Line &line, const Entry &entry) {
     for (size_t at = 0; (at = command.find("%t", at)) != command.npos;) {
         command.replace(at, 2, line.terminal.empty() ? "ansi" : line.terminal);
     }
-    serial = (serial + 1) % (INT_MAX / maxrunning);
-    line.usrnum = serial * maxrunning + line.index;
+    const auto count = static_cast<int>(lines.size());
+    serial = (serial + 1) % (INT_MAX / count);
+    line.usrnum = serial * count + line.index;
     line.program = entry.title;
     line.hungup = line.ended = false;
     say(line, T_STARTING, {entry.title});
@@ -256,15 +256,13 @@ void keypressed(Line &line, char key) {
 }
 
 void daemonsays(int usrnum, int32_t what, int value) {
-    const auto index = static_cast<size_t>(usrnum % maxrunning);
-    if (usrnum < 0 || index >= lines.size() || lines[index].usrnum != usrnum ||
-        !lines[index].busy()) {
+    Line &line = lines[static_cast<unsigned>(usrnum) % lines.size()];
+    if (line.usrnum != usrnum || !line.busy()) {
         if (what == plex::MSG_STARTED && value >= 0) {
             close(value); // he has gone meanwhile, and his program was killed
         }
         return;
     }
-    Line &line = lines[index];
     if (what == plex::MSG_FAILED) {
         over(line, T_REFUSED, {line.program});
     } else if (what == plex::MSG_STARTED && value < 0) {
