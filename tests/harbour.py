@@ -24,6 +24,7 @@ SLEEP = "S|0|Sleep|/bin/sh -c \"sleep 1000; :\"\n"
 YES = "Y|0|Yes|/usr/bin/yes on and on\n"
 CAT = "C|0|Cat|/bin/cat /none/such -\n"
 
+LEAN = {"ASAN_OPTIONS": "quarantine_size_mb=0:thread_local_quarantine_size_kb=0"}
 
 # A telnet command: a doubled byte, a subnegotiation, one with an option, a plain one.
 COMMAND = rb"\xff(?:(\xff)|\xfa.*?\xff\xf0|[\xfb-\xfe].|[^\xfa-\xff])"
@@ -270,7 +271,7 @@ class Harbour(blackbox.DaemonSuite):
         call.expect("Cat has ended")
 
     def testWhoDoesNotReadStopsHimself(self):
-        self.board(YES + SLEEP + CAT, env={"BBSDISP": "nullcon"})
+        self.board(YES + SLEEP + CAT, env={"BBSDISP": "nullcon", **LEAN})
         call, other, typist = self.call(), self.call(), self.call()
         call.run("y", "on and on")
         yes = children(children(self.daemon.pid)[0])[0]
@@ -331,7 +332,7 @@ class Harbour(blackbox.DaemonSuite):
 
     def testTenThousandInARow(self):
         signal.alarm(290)
-        self.board(env={"ASAN_OPTIONS": "quarantine_size_mb=0:thread_local_quarantine_size_kb=0", "BBSLOG": "file"})
+        self.board(env=LEAN)
         for i in range(10000):
             if i == 200:
                 self.eventually(lambda: len(descriptors(self.daemon.pid)) == self.idle)
