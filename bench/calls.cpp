@@ -523,10 +523,8 @@ void callrate(int cores) {
 
 // Memory of a server and all that it started, with so many calls, each with its cat.
 template <class Call> long idlememory(pid_t server, int count, Call call) {
-    std::vector<Caller> callers;
-    for (int i = 0; i < count; i++) {
-        callers.push_back(call());
-    }
+    std::vector<Caller> callers(static_cast<size_t>(count));
+    std::generate(callers.begin(), callers.end(), call);
     const long all = pss(server);
     for (Caller &caller : callers) {
         caller.end();
