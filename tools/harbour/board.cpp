@@ -176,9 +176,16 @@ std::string openboard(const std::string &where) {
     spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
     listener.fd = socket(found->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     listener.ready = [](int /*index*/, uint32_t /*events*/) { calls = true; };
-    const int on = 1;
-    if (listener.fd < 0 || setsockopt(listener.fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        bind(listener.fd, found->ai_addr, found->ai_addrlen) != 0 ||
+    // Callers' sockets inherit these; an interrupt's mark comes in line.
+    constexpr std::pair<int, int> options[] = {{SOL_SOCKET, SO_REUSEADDR},
+                                               {SOL_SOCKET, SO_KEEPALIVE},
+                                               {SOL_SOCKET, SO_OOBINLINE},
+                                               {IPPROTO_TCP, TCP_NODELAY}};
+    for (const auto &[level, option] : options) {
+        const int on = 1;
+        setsockopt(listener.fd, level, option, &on, sizeof on);
+    }
+    if (listener.fd < 0 || bind(listener.fd, found->ai_addr, found->ai_addrlen) != 0 ||
         listen(listener.fd, SOMAXCONN) != 0) {
         plex::fail(1, "cannot listen at %s: %s", where.c_str(), strerror(errno));
     }
