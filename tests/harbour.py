@@ -16,7 +16,7 @@ import blackbox
 from blackbox import BUILD, PATIENCE, children, descriptors, slurp, spew, stat, status
 
 IAC, DONT, DO, WONT, WILL, SB, SE = 255, 254, 253, 252, 251, 250, 240
-EL, EC, AYT, IP, BREAK, EOF = 248, 247, 246, 244, 243, 236
+EL, EC, AYT, IP, BREAK, DM, EOF = 248, 247, 246, 244, 243, 242, 236
 EPOLLOUT, CLONE_NEWIPC = 4, 0x08000000
 BINARY, ECHO, SGA, TTYPE, NAWS = 0, 1, 3, 24, 31
 LANGUAGES = "NLingo=2\nLNG=English/ANSI\nLNGYES=yes\nLNGNO=no\nLNG=English/ASCII\n"
@@ -265,6 +265,9 @@ class Harbour(blackbox.DaemonSuite):
         call.expect("\r\nahead\r\n")
         call.send(b"wrong" + bytes([IAC, EL]) + b"rix" + bytes([IAC, EC]) + b"ght\n")
         call.expect("\r\nright\r\n")
+        call.socket.send(bytes([IAC, DM]), socket.MSG_OOB)  # the mark behind an interrupt
+        call.send(b"still\n")
+        call.expect("\r\nstill\r\n")
         call.send(bytes([IAC, AYT]))
         call.expect("[harbour]")
         call.send(bytes([IAC, EOF]))
@@ -364,7 +367,9 @@ class Harbour(blackbox.DaemonSuite):
         self.assertIn(b"The time of this call is over", busy.seen)
 
     def testDaemonKilled(self):
-        self.board(CAT)
+        self.board(CAT, "LINES=1000")
+        soft, hard = resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE)
+        self.assertTrue(soft >= 2064 or 0 <= hard < 2064, (soft, hard))
         for _ in range(3):
             call, idle = self.call(), self.call()
             call.run("c", "No such file")
