@@ -32,7 +32,7 @@ void heard(telnet_t * /*tracker*/, telnet_event_t *e, void *who) {
         to.events += "c" + std::to_string(e->iac.cmd);
     } else if (e->type == TELNET_EV_SUBNEGOTIATION) {
         to.events += "s" + std::string(e->sub.buffer, e->sub.size);
-    } else if (e->type == TELNET_EV_TTYPE) {
+    } else if (e->type == TELNET_EV_TTYPE && e->ttype.cmd == TELNET_TTYPE_IS) { // else no name
         to.events += "t" + std::string(e->ttype.name);
     }
 }

@@ -13,8 +13,12 @@ extern "C" int __wrap_LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const char *const path = getenv("FUZZ_BYTES");
     static const int file = path != nullptr ? open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666) : -1;
     static uint64_t bytes;
-    static ssize_t moved = pread(file, &bytes, sizeof bytes, 0);
+    if (bytes == 0 && pread(file, &bytes, sizeof bytes, 0) < 0) {
+        bytes = 0;
+    }
     bytes += size;
-    moved = pwrite(file, &bytes, sizeof bytes, 0);
+    if (file >= 0 && pwrite(file, &bytes, sizeof bytes, 0) < 0) {
+        abort();
+    }
     return __real_LLVMFuzzerTestOneInput(data, size);
 }
