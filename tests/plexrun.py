@@ -8,7 +8,7 @@ import socket
 import subprocess
 import termios
 
-from blackbox import BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, protocol, readable, slurp, spew
+from blackbox import BUILD, FAILED, PATIENCE, STARTED, DaemonSuite, protocol, slurp, spew
 
 PLEXRUN = f"{BUILD}/plexrun"
 
@@ -23,7 +23,7 @@ class Plexrun(DaemonSuite):
         return super().environment({"TMPDIR": f"{self.home}/tmp", "PATH": "/usr/local/bin:/usr/bin:/bin"} | more)
 
     def run_to_end(self, *args, text="", **more):
-        """Its status, output and errors; its input is a file"""
+        """A program's status, output and errors; its input is a file"""
         spew("input", text)
         with open("input", encoding="ascii") as file:
             return self.ended(self.popen(*args, **{"stdin": file} | more))
@@ -33,18 +33,12 @@ class Plexrun(DaemonSuite):
 
     def testStatuses(self):
         spew("odd", "\x01\x02", 0o755)
-        os.mkdir("file")
-        spew("file/vosterd.socket", "")
-        os.mkdir("left")
-        with socket.socket(socket.AF_UNIX) as left:
-            left.bind("left/vosterd.socket")
         usage, home, long = "see plexrun --help", self.home, 1025 * "x"
+        nobody = "plexrun: no daemon runs in . (No such file or directory)\n"
         for args, code, said in (  # by the command, or else by plexrun
                 (("sh", "-c", "exit 7"), 7, ""),
                 (("--", "sh", "-c", "kill -TERM $$"), 128 + 15, ""),
-                (("echo", 'a "b" ', "", "'"), 0, "a \"b\"   '\n"),
                 (("-c", '/bin/echo abc"def ghi"'), 0, "abcdef ghi\r\n"),
-                (("-c", "/none"), 255, "dospwn: execv failed: (2) No such file or directory\r\n"),
                 (("-u", "-5", "pwd"), 0, f"{home}\n"),
                 (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\n0\n"),
                 ((), 120, f"plexrun: no command ({usage})\n"),
@@ -52,18 +46,12 @@ class Plexrun(DaemonSuite):
                 (("-u", "5x", "ls"), 120, f"plexrun: -u wants a number of 32 bits, not '5x' ({usage})\n"),
                 (("-c",), 120, f"plexrun: -c wants an argument ({usage})\n"),
                 (("-c", "/bin/ls", "x"), 120, f"plexrun: -c has the whole command; 'x' is too much ({usage})\n"),
-                (("-x",), 120, f"plexrun: unknown option '-x' ({usage})\n"),
                 (("ls", "a\\b"), 121, "plexrun: no command line can carry the backslash in 'a\\b'\n"),
                 (("-c", long), 121, "plexrun: longer than 1024 bytes\n"),
-                (("-H", ".", "ls"), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
-                (("-H", "odd", "ls"), 122, "plexrun: no daemon runs in odd (Not a directory)\n"),
-                (("-H", "file", "ls"), 122, "plexrun: no daemon runs in file (Socket operation on non-socket)\n"),
-                (("-H", "left", "ls"), 122, "plexrun: no daemon runs in left (Connection refused)\n"),
                 # How long a line is depends on plexrun's own paths but with a daemon that runs.
-                (("-H", ".", *49 * ["x/"]), 122, "plexrun: no daemon runs in . (No such file or directory)\n"),
+                (("-H", ".", *49 * ["x/"]), 122, nobody),
                 (("-H", ".", *50 * ["x/"]), 121, "plexrun: more than 49 words\n"),
-                (("-H", ".", "/bin/echo", long[:1014]), 122,
-                 "plexrun: no daemon runs in . (No such file or directory)\n"),
+                (("-H", ".", "/bin/echo", long[:1014]), 122, nobody),
                 (("-H", ".", "/bin/echo", long[:1015]), 121, "plexrun: longer than 1024 bytes\n"),
                 (("./odd",), 126, f"plexrun: cannot execute {home}/./odd: Exec format error\n"),
                 (("./tmp",), 126, "plexrun: ./tmp: Permission denied\n"),
@@ -72,8 +60,6 @@ class Plexrun(DaemonSuite):
             with self.subTest(args):
                 got = self.plexrun(*args, env={"BBSCONFIG": "x"})
                 self.assertEqual((got[0], got[1] + got[2]), (code, said))
-        code, shown, _ = self.plexrun("--help")
-        self.assertEqual((code, shown[:14]), (0, "usage: plexrun"))
         self.assertEqual(self.plexrun("ls", env={"TMPDIR": "/none"})[0], 125)
         code, _, said = self.plexrun("-v", "-u", "7", "true", env={"BBSSTDIN": ""})
         self.assertIn("tcgetattr", said)  # the template is to come from standard input
@@ -125,10 +111,9 @@ class Plexrun(DaemonSuite):
                 self.assertEqual(self.run_to_end("bash", "-c", script, PLEXRUN, text="one\ntwo\n")[1], want)
 
     def testDaemonsThatMisbehave(self):
-        # Of more descriptors than are to come in a byte only the first is kept.
-        for kind, passed, code in ((None, 0, 124), (FAILED, 0, 123), (STARTED, 0, 124), (STARTED, 1, 124),
-                                   (STARTED, 2, 124)):
-            with self.subTest(kind, passed=passed), socket.socket(socket.AF_UNIX) as listening:
+        for kind, descriptor, code in ((None, False, 124), (FAILED, False, 123), (STARTED, False, 124),
+                                       (STARTED, True, 124)):
+            with self.subTest(kind, descriptor=descriptor), socket.socket(socket.AF_UNIX) as listening:
                 listening.bind("vosterd.socket")
                 listening.listen()
                 program = self.popen(PLEXRUN, "-H", ".", "ls")
@@ -136,15 +121,9 @@ class Plexrun(DaemonSuite):
                 self.assertEqual(link.recv(1032, socket.MSG_WAITALL)[8:9], b"/")
                 if kind:
                     link.send(protocol.RECORD.pack(0, kind, 0))
-                (master, slave), (reader, writer) = pty.openpty(), os.pipe()
-                if passed:
-                    socket.send_fds(link, [b"\0"], [master, writer][:passed])
-                elif kind == STARTED:
-                    link.send(b"xx")
-                os.close(writer)
-                self.assertTrue(readable(reader), "plexrun kept a descriptor that is not its")
-                for fd in (link.detach(), reader, master, slave):
-                    os.close(fd)
+                if descriptor:
+                    socket.send_fds(link, [b"\0"], pty.openpty()[:1])
+                link.close()
                 self.assertEqual(self.ended(program)[0], code)
                 os.unlink("vosterd.socket")
 
@@ -165,14 +144,16 @@ class Plexrun(DaemonSuite):
 
     def testWhatToolsSayOfThemselves(self):
         tools = ("plexrun", "plexmsg", "conshow", *("plexview",) * os.path.exists(f"{BUILD}/plexview"))
-        answers = {"--help": "^usage: {} ", "-h": "^usage: {} ", "--version": r"^{} \(vosterd\) \d+\.\d+\.\d+\n$"}
-        for tool, option in itertools.product(tools, (*answers, "-Z", "--no", "--help=x")):
+        usage = "^usage: {} "
+        for tool, (option, answer) in itertools.product(tools, (
+                ("--help", usage), ("-h", usage), ("--version", r"^{} \(vosterd\) \d+\.\d+\.\d+\n$"),
+                ("-Z", ""), ("--no", ""), ("--help=x", ""))):
             with self.subTest(tool, option=option):
-                code, *said = self.run_to_end(f"{BUILD}/{tool}", option)
-                good = option in answers
-                self.assertEqual((code, said[good]), (0 if good else 120 if tool == "plexrun" else 2, ""))
-                want = answers.get(option, f"^{{}}: unknown option '{option}' ")
-                self.assertRegex(said[not good], want.format(tool))
+                want = answer or f"^{{}}: unknown option '{option}' "
+                code, out, err = self.run_to_end(f"{BUILD}/{tool}", option)
+                self.assertEqual(code, 0 if answer else 120 if tool == "plexrun" else 2)
+                self.assertRegex(out if answer else err, want.format(tool))
+                self.assertEqual(err if answer else out, "")
         full = self.run_to_end("sh", "-c", f"{PLEXRUN} --help >/dev/full")
         self.assertEqual(full, (1, "", "plexrun: standard output: No space left on device\n"))
 
@@ -191,33 +172,31 @@ class Plexrun(DaemonSuite):
         flags = termios.tcgetattr(self.slave)
         self.assertTrue(flags[1] & termios.OPOST and flags[3] & termios.ICANON, flags)
         self.assertEqual(flags[6][termios.VERASE], b"#")
-        os.close(self.slave)
         return os.waitpid(self.pid, 0)[1]
 
     def testSizeKeysAndEveryWayOut(self):
         for signo in (0, signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1):
             with self.subTest(signo):
                 self.strange(f"exec {PLEXRUN} sh -c \"stty size; stty -a | grep -o 'eof = ^X'; trap 'stty size' WINCH;"
-                           " trap 'echo key' INT; echo ready; while :; do read x && exit 4; done\"")
+                             " trap 'echo key' INT; echo ready; while :; do read x && exit 4; done\"")
                 self.assertIn("30 100\r\neof = ^X\r\n", self.terminal.expect("ready\r\n"))
                 self.eventually(self.raw)
                 self.terminal.size(40, 90, 0, 0)
                 self.terminal.type("", "40 90\r\n")
                 if signo:
                     os.kill(self.pid, signo)
-                    self.assertEqual(self.back() & 0x7F, signo)
                 else:
                     self.terminal.type("\x03")
                     self.terminal.expect("key\r\n")
                     self.terminal.type("x\n")
-                    self.assertEqual(self.back(), 4 << 8)
+                self.assertEqual(self.back() & 0xFF7F, signo or 4 << 8)
 
     def testStopsAndContinues(self):
         spew("inner", "kill -TSTP $1; read x; exit 5\n")
         spew("job", 'exec "$0" sh inner $$\n')
         self.strange(f"set -m\nsh -c '. ./job' {PLEXRUN}\n"
-                   "stty -a | grep -o ' icanon'; stty -a | grep -o 'erase = .'\n"
-                   "fg >/dev/null; echo code $?; stty -a | grep -o 'erase = .'\n")
+                     "stty -a | grep -o ' icanon'; stty -a | grep -o 'erase = .'\n"
+                     "fg >/dev/null; echo code $?; stty -a | grep -o 'erase = .'\n")
         self.assertIn(" icanon", self.terminal.expect("erase = #"))
         self.eventually(self.raw)
         self.terminal.type("x\n")
