@@ -12,6 +12,7 @@ import re
 import select
 import shutil
 import signal
+import socket
 import struct
 import subprocess
 import sys
@@ -102,18 +103,16 @@ class Terminal(io.FileIO):
     def more(self):
         """Reads on; false when it hung up"""
         assert readable(self), f"nothing came behind {self.rest[-2000:]!r}"
-        try:
+        text = ""
+        with contextlib.suppress(OSError):
             text = os.read(self.fileno(), 65536).decode("latin-1")
-        except OSError:
-            text = ""
         self.rest += text
         return text != ""
 
     def drain(self):
         while self.more():
             pass
-        text, self.rest = self.rest, ""
-        return text
+        return self.rest
 
     def expect(self, text):
         """All up to and with the text"""
@@ -219,33 +218,33 @@ class DaemonSuite(unittest.TestCase):
         self.host.link.close()
         self.assertEqual(self.wait(), (code, err))
         self.assertEqual((os.path.exists("vosterd.pid"), os.path.exists("vosterd.socket")), (stuck, False))
-        self.noneleft()
-
-    def noneleft(self):
         self.eventually(lambda: not self.running(os.getpid()), lambda: f"left: {self.running(os.getpid())}")
 
-    def record(self, *want):
-        self.assertEqual(self.host.record(), want)
+    def hear(self, size):
+        """So many bytes of the daemon's, and the terminals that come with them"""
+        heard, fds = b"", []
+        while len(heard) < size:
+            data, more, _, _ = socket.recv_fds(self.host.link, size - len(heard), 9)
+            self.assertTrue(data, heard)
+            heard, fds = heard + data, fds + more
+        return heard, [Terminal(fd) for fd in fds]
 
     def run_(self, user, line):
         self.host.request(RUN, user, line.encode("latin-1"))
-        self.record(user, STARTED, 0)
+        self.assertEqual(self.host.record(), (user, STARTED, 0))
         return Terminal(self.host.master())
 
-    def output(self, user, line, message=0):
-        """All that a command writes until its end, which is to be told as said"""
-        return self.over(self.run_(user, line), user, ENDED, message)
+    def output(self, user, line):
+        """All that a command writes until its end"""
+        return self.over(self.run_(user, line), user, ENDED, 0)
 
     def over(self, terminal, *record):
         """What a terminal shows until it hangs up; then comes the record, if one is given"""
         with terminal:
             text = terminal.drain()
         if record:
-            self.record(*record)
+            self.assertEqual(self.host.record(), record)
         return text
-
-    def kill(self, user):
-        self.host.request(KILL, user)
 
     def signal(self, signo):
         os.kill(self.daemon.pid, signo)

@@ -14,7 +14,7 @@ import sys
 import termios
 import tty
 
-from blackbox import (BUILD, ENDED, FAILED, RUN, STARTED, DaemonSuite, Terminal, block, descriptors, protocol,
+from blackbox import (BUILD, ENDED, FAILED, KILL, RUN, STARTED, DaemonSuite, Terminal, block, descriptors, protocol,
                       readable, slurp, spew, stat, status)
 
 NOBODY = 65534
@@ -46,17 +46,15 @@ class Commands(DaemonSuite):
                 log += (f"Running [{line}] for {user}\nAdding Child: pid=N usrnum={user} [/dev/pts/N]\n"
                         f"Received SIGCHLD.\npid=N usrnum={user} status={told[2]:x}\n{how}\n")
             user += 1000000
-        def logged(text):
-            self.eventually(lambda: text in slurp("vosterd.log"), lambda: slurp("vosterd.log"))
         self.run_(5, "/bin/cat")
-        self.kill(5)
+        self.host.request(KILL, 5)
         self.eventually(lambda: not self.commands())
         self.signal(signal.SIGCHLD)  # of nobody
-        logged("wait: No child processes")
+        self.eventually(lambda: slurp("vosterd.log").endswith("wait: No child processes"))
         cat = self.run_(6, "/bin/cat")
         cat.type("x\n", "x\r\nx\r\n")  # it runs, and the hang-up will end it
         os.kill(self.commands()[0], signal.SIGSTOP)  # a stop is no end
-        logged("(pid=0)\n")
+        self.eventually(lambda: slurp("vosterd.log").endswith("(pid=0)\n"))
         cat.close()
         self.finish()
         # Without the numbers that differ from run to run, what the privilege switches say, and the success of a
@@ -112,9 +110,6 @@ Could not find child (pid=0)
         self.assertEqual((termios.tcgetattr(cat), cat.size()), (termios.tcgetattr(slave), (50, 132, 7, 8)))
         self.finish()
         self.begin(cfg="BBSSTDIN=1\n")  # which is no terminal
-        cat = self.run_(1, "/bin/cat")
-        flags = termios.tcgetattr(cat)
-        self.assertEqual((flags[:2], flags[3], cat.size()), ([0, 0], 0, (0, 0, 0, 0)))
         why = "Inappropriate ioctl for device\n"
         self.finish(err=f"tcgetattr: {why}ioctl(TIOCGWINSZ): {why}")
 
@@ -163,7 +158,7 @@ Could not find child (pid=0)
             self.eventually(lambda: "pipe" in slurp(f"/proc/{self.daemon.pid}/wchan"))
             self.signal(signal.SIGTERM)
             self.assertEqual(self.wait()[0], 115)
-            self.noneleft()
+            self.eventually(lambda: not self.running(os.getpid()))
             os.close(reader)
 
     def testSetUserId(self):
@@ -186,15 +181,15 @@ Could not find child (pid=0)
         self.begin()
         # SIGTERM goes to the process alone: the child that it waits for stays.
         sleeper = int(self.run_(1, "/bin/sh -c \"trap '' HUP; sleep 1000 & echo $!; wait\"").expect("\r\n"))
-        self.kill(1)
+        self.host.request(KILL, 1)
         self.eventually(lambda: not self.commands())
         self.eventually(lambda: stat(sleeper)[0] == "S", lambda: f"{stat(sleeper)}")
         os.kill(sleeper, signal.SIGKILL)
         bystander = self.run_(2, "/bin/cat")  # no notice of the killed came in between
         for _ in range(300):  # SIGTERM may reach the new process before it executes its command
             self.host.request(RUN, 3, b"/bin/sleep 1000")
-            self.kill(3)
-            self.record(3, STARTED, 0)
+            self.host.request(KILL, 3)
+            self.assertEqual(self.host.record(), (3, STARTED, 0))
             os.close(self.host.master())
         # Merged signals leave some of them unreaped, but none of them running.
         self.eventually(lambda: len(self.running()) == 1)
@@ -206,28 +201,22 @@ class Link(DaemonSuite):
         if sys.byteorder != "little":
             self.skipTest("the example is of a little-endian machine")
         self.begin()
-        link, masters = self.host.link, []
-        for case in block("hex").split("# ")[1:]:
-            title, *lines = case.splitlines()
+        masters = []
+
+        def data(lines):
+            pieces = re.findall(r"\b(\w\w)(?:\*(\d+))?", lines)
+            return b"".join(int(times or 1) * bytes.fromhex(byte) for byte, times in pieces)
+        for title, sent, answer in re.findall(r"# (.*)\n((?:> .*\n)+)((?:< .*\n)*)", block("hex")):
             if title.endswith("open nothing any more"):
                 masters[-1].drain()  # what was sent before has been read
                 resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE, (6, 64))  # it has 0 to 5
-            request = b""
-            for line in lines:
-                pieces = re.findall(r"\b(\w\w)(?:\*(\d+))?", line)
-                data = b"".join(int(times or 1) * bytes.fromhex(byte) for byte, times in pieces)
-                if line[0] == ">":
-                    request += data
-                    continue
-                link.send(request)
-                request = b""
-                got, fds, _, _ = socket.recv_fds(link, len(data), 2)  # room for more than is to come
-                self.assertEqual((got, len(fds)), (data, line.count("+")), line)
-                masters += map(Terminal, fds)
-            link.send(request)
+            self.host.link.send(data(sent))
+            heard, came = self.hear(len(data(answer)))
+            self.assertEqual((heard, len(came)), (data(answer), answer.count("+")), title)
+            masters += came
         resource.prlimit(self.daemon.pid, resource.RLIMIT_NOFILE, (64, 64))  # a sanitizer's report opens files
-        link.shutdown(socket.SHUT_WR)
-        self.assertEqual((link.recv(12), len(masters)), (b"", 3))
+        self.host.link.shutdown(socket.SHUT_WR)
+        self.assertEqual((self.host.link.recv(12), len(masters)), (b"", 3))
         why = os.strerror(errno.EMFILE)
         self.finish(err=f"ptym_open:open: {why}\npty_fork:ptym_open: {why}\n")
 
@@ -298,17 +287,15 @@ class Faults(DaemonSuite):
         self.begin("-d", env=INLOG | {"FAULTS": faults} | env)
 
     def testAtStart(self):
-        def locked(code):
-            return f"{code} ({os.strerror(code)})\nhalvrond is already running.\n"
-        endpoint = "Unable to create listen socket.\n"
+        endpoint, already = "Unable to create listen socket.\n", "halvrond is already running.\n"
         spew("bad.cfg", "HOME=/no/such\n")
         for what, code, said in (
                 ("BBSCONFIG=bad.cfg", 1,
                  "Unable to change to BBS home directory: /no/such (No such file or directory)\n"),
-                ("OBSTACLE=vosterd.pid", 1, "maklck:open: " + locked(errno.EISDIR)),
+                ("OBSTACLE=vosterd.pid", 1, "maklck:open: 21 (Is a directory)\n" + already),
                 ("OBSTACLE=vosterd.socket", 1, "creat: Address already in use\n" + endpoint),
                 ("BBSHOST=no such name", 1, "BBSHOST names no user.\n"),
-                ("FAULTS=fcntl:1:37", 1, "fcntl: " + locked(37)),
+                ("FAULTS=fcntl:1:37", 1, "fcntl: 37 (No locks available)\n" + already),
                 ("FAULTS=sigaction:2:22", 3, "Unable to install SIGCHLD handler.\n"),
                 ("FAULTS=sigaction:3:22", 4, "Unable to install SIGTERM handler.\n"),
                 ("FAULTS=sigaction:4:22", 5, "Unable to install SIGINT handler.\n"),
@@ -331,58 +318,54 @@ class Faults(DaemonSuite):
         self.assertEqual(self.output(1, "/bin/echo x"), "x\r\n")
         self.assertEqual(slurp("vosterd.pid"), "")
 
-    def course(self, user, line, count, text):
-        """What the host hears of a command, in as many pieces, and what stood on its terminal"""
+    def course(self, user, line, want, text):
+        """What the host hears of a command, and what stands on its terminal"""
         self.host.request(RUN, user, line.encode())
-        heard, terminal = [], None
-        for _ in range(count):
-            data, fds, _, _ = socket.recv_fds(self.host.link, protocol.RECORD.size, 2)
-            heard.append(protocol.RECORD.unpack(data) if len(data) == 12 and not fds else
-                         "master" if (data, len(fds)) == (b"\0", 1) else (data, fds))
-            terminal = Terminal(fds[0]) if fds else terminal
+        heard, terminals = self.hear(len(want))
+        self.assertEqual((heard, len(terminals)), (want, len(want) % 12))
         # A terminal that nobody ever opened does not hang up: of none but those that show something the end comes.
-        shown = terminal and (terminal.drain() if text else readable(terminal, 0) and terminal.more() and terminal.rest)
-        return heard, shown or ""
+        for terminal in terminals:
+            self.assertEqual(terminal.drain() if text else readable(terminal, 0) and terminal.more(), text or False)
 
     def testAtALaunch(self):
         ptym, eintr, eacces, eio = ("pty_fork:ptym_open: ", *(os.strerror(e) + "\n" for e in (4, 13, 5)))
-        refused, master = [(0, FAILED, 0)], "master"
+        record = protocol.RECORD.pack
+        refused = record(0, FAILED, 0)
 
         def told(user, code=0):
-            return [(user, STARTED, 0), master, (user, ENDED, (code & 0xFF) << 8)]
+            return record(user, STARTED, 0) + b"\0" + record(user, ENDED, (code & 0xFF) << 8)
         rows = (
             # No terminal: refused, and from then on no end of a command is told, but to who hears of all.
-            ("open:1:4", (refused, ""), f"ptym_open:open: {eintr}{ptym}{eintr}", ""),
-            ("grantpt:1:13", (refused, ""), f"ptym_open:grantpt: {eacces}{ptym}{eacces}", ""),
-            ("unlockpt:1:5", (refused, ""), f"ptym_open:unlockpt: {eio}{ptym}{eio}", ""),
-            ("ptsname:1:5", (refused, ""), f"ptym_open:ptsname: {eio}{ptym}{eio}", ""),
-            ("fork:1:4", (refused, ""), f"pty_fork:fork(): {eintr}", "COMMAND FAILED!\n"),
+            ("open:1:4", refused, "", f"ptym_open:open: {eintr}{ptym}{eintr}"),
+            ("grantpt:1:13", refused, "", f"ptym_open:grantpt: {eacces}{ptym}{eacces}"),
+            ("unlockpt:1:5", refused, "", f"ptym_open:unlockpt: {eio}{ptym}{eio}"),
+            ("ptsname:1:5", refused, "", f"ptym_open:ptsname: {eio}{ptym}{eio}"),
+            ("fork:1:4", refused, "", f"pty_fork:fork(): {eintr}", "COMMAND FAILED!\n"),
             # Started, but its terminal cannot be set up: it ends, and that is told.
-            ("setsid:1:13", (told(1, -1), ""), f"pty_fork:setsid(): {eacces}", ""),
-            ("open:2:4", (told(1, -2), ""), f"pty_fork:ptys_open: {eintr}", ""),
+            ("setsid:1:13", told(1, -1), "", f"pty_fork:setsid(): {eacces}"),
+            ("open:2:4", told(1, -2), "", f"pty_fork:ptys_open: {eintr}"),
             # By the parent, through the master, and where that fails by the child.
-            ("tcsetattr:1:5 tcsetattr:2:5", (told(1, -4), ""), f"pty_fork:tcsetattr: {eio}", ""),
-            ("ioctl:1:5 ioctl:2:5", (told(1, -5), ""), f"pty_fork:ioctl(TIOCSWINSZ): {eio}", ""),
-            ("tcsetattr:1:5", (told(1), "x\r\n"), "", ""),
-            ("dup2:1:5", (told(1, -6), ""), f"pty_fork:dup2(STDIN_FILENO): {eio}", ""),
-            ("dup2:2:5", (told(1, -7), ""), f"pty_fork:dup2(STDOUT_FILENO): {eio}", ""),
-            ("dup2:3:4", (told(1, -8), ""), f"pty_fork:dup2(STDERR_FILENO): {eintr}", ""),
+            ("tcsetattr:1:5 tcsetattr:2:5", told(1, -4), "", f"pty_fork:tcsetattr: {eio}"),
+            ("ioctl:1:5 ioctl:2:5", told(1, -5), "", f"pty_fork:ioctl(TIOCSWINSZ): {eio}"),
+            ("tcsetattr:1:5", told(1), "x\r\n", ""),
+            ("dup2:1:5", told(1, -6), "", f"pty_fork:dup2(STDIN_FILENO): {eio}"),
+            ("dup2:2:5", told(1, -7), "", f"pty_fork:dup2(STDOUT_FILENO): {eio}"),
+            ("dup2:3:4", told(1, -8), "", f"pty_fork:dup2(STDERR_FILENO): {eintr}"),
             # Nobody looks at these: the launch goes on.
-            ("send:1:11", (told(1)[1:], "x\r\n"), "", ""),
-            ("sendmsg:1:109", (told(1)[::2], ""), "", "I_SENDFD: Too many references: cannot splice (109)\n"),
-            ("malloc:1:12", (told(1)[:2], "x\r\n"), "", "Could not find child (pid="))  # not in the table
-        for (faults, (heard, text), err, log), reap in itertools.product(rows, (None, "all")):
+            ("send:1:11", told(1)[12:], "x\r\n", ""),
+            ("sendmsg:1:109", told(1)[:12] + told(1)[13:], "", "", "I_SENDFD: Too many references: cannot splice (109)\n"),
+            ("malloc:1:12", told(1)[:13], "x\r\n", "", "Could not find child (pid="))  # not in the table
+        for (faults, heard, text, err, *log), reap in itertools.product(rows, (None, "all")):
             with self.subTest(faults, reap=reap):
                 self.plan(faults, BBSREAP=reap)
                 deaf = heard == refused and not reap
-                self.assertEqual(self.course(1, "/bin/echo x", len(heard), text), (heard, text))
+                self.course(1, "/bin/echo x", heard, text)
                 # Three standard ones, log, lock, endpoint, link; a fork that failed leaves a master.
                 self.open_(7 + faults.startswith(("fork", "malloc")))
                 self.eventually(lambda: deaf or not self.commands())  # signals of two ends would merge
-                on = told(2)[:2] if deaf else told(2)
-                self.assertEqual(self.course(2, "/bin/echo on", len(on), "on\r\n"), (on, "on\r\n"))
+                self.course(2, "/bin/echo on", told(2)[:13] if deaf else told(2), "on\r\n")
                 self.finish(err=err)
-                self.assertIn(log, slurp("vosterd.log"))
+                self.assertIn("".join(log), slurp("vosterd.log"))
 
     def testHowTheDaemonEnds(self):
         """Whatever ends it: its commands end by SIGTERM, its files go, its host sees the end"""
@@ -396,7 +379,7 @@ class Faults(DaemonSuite):
                 ("", lambda: self.signal(signal.SIGTERM), 115),
                 ("", lambda: self.signal(signal.SIGINT), 102),
                 ("kill:1:-2", close, 0),  # a second ending half-way changes nothing
-                ("kill:1:-15", lambda: self.kill(2), 115),  # overtakes a kill request
+                ("kill:1:-15", lambda: self.host.request(KILL, 2), 115),  # overtakes a kill request
                 ("fcntl:2:37", close, 0),
                 ("read:1:5", None, 150 + errno.EIO),
                 ("read:1:104", None, 0)):  # a host that left answers unread
