@@ -38,6 +38,8 @@ class Plexrun(DaemonSuite):
         for args, code, said in (  # by the command, or else by plexrun
                 (("sh", "-c", "exit 7"), 7, ""),
                 (("--", "sh", "-c", "kill -TERM $$"), 128 + 15, ""),
+                (("printf", "%s|", "", "a b", '"', '""', 'x"\n"y', "'", ' "a b" ', '" '), 0,
+                 """|a b|"|""|x"\n"y|'| "a b" |" |"""),
                 (("-c", '/bin/echo abc"def ghi"'), 0, "abcdef ghi\r\n"),
                 (("-u", "-5", "pwd"), 0, f"{home}\n"),
                 (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\n0\n"),
@@ -61,19 +63,9 @@ class Plexrun(DaemonSuite):
                 got = self.plexrun(*args, env={"BBSCONFIG": "x"})
                 self.assertEqual((got[0], got[1] + got[2]), (code, said))
         self.assertEqual(self.plexrun("ls", env={"TMPDIR": "/none"})[0], 125)
-        code, _, said = self.plexrun("-v", "-u", "7", "true", env={"BBSSTDIN": ""})
-        self.assertIn("tcgetattr", said)  # the template is to come from standard input
-        for told in ("reply: usrnum 7, msgtyp -1, message 0x0000\n", "descriptor: the master of /dev/pts/",
-                     "notice: usrnum 7, msgtyp -3, message 0x0000 (exit code 0)\n"):
-            self.assertIn(told, said)
-
-    def testArgumentsArriveAsTheyAre(self):
-        dice = random.Random(7)
-        for _ in range(20):
-            args = ["".join(dice.choices('ab"" \t\n\'', k=dice.randrange(6))) for _ in range(45)]
-            got = self.plexrun("sh", "-c", "printf '%s|' \"$@\" >copy", "sh", *args)
-            self.assertEqual(got, (0, "", ""))
-            self.assertEqual(slurp("copy"), "|".join(args) + "|")
+        self.assertRegex(self.plexrun("-v", "-u", "7", "true")[2], r"^reply: usrnum 7, msgtyp -1, message 0x0000\n"
+                         r"descriptor: the master of /dev/pts/\d+\n"
+                         r"notice: usrnum 7, msgtyp -3, message 0x0000 \(exit code 0\)\n$")
 
     def testAsWithoutIt(self):
         every = "".join(map(chr, range(256)))
