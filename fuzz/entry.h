@@ -14,14 +14,14 @@ inline void require(bool holds, const char *what = "what must hold does not") {
     }
 }
 
-inline const char *leftover = ""; // the file that an entry leaves in its home
-
-// Enters a directory of its own, in memory, which goes when the process ends.
-inline void home() {
+// Enters a directory of its own, in memory, which goes when the process ends, with the file that an
+// entry leaves in it.
+inline void home(const char *leftover = "") {
     static char dir[] = "/dev/shm/plexfuzz.XXXXXX";
+    static const char *const file = leftover;
     require(mkdtemp(dir) != nullptr && chdir(dir) == 0);
     atexit([] {
-        unlink(leftover);
+        unlink(file);
         rmdir(dir);
     });
 }

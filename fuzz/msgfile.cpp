@@ -21,16 +21,6 @@ constexpr int mosttried = 40; // messages of a file
 
 int fd = -1;
 char path[64];
-int message;
-
-void openfile() {
-    plex::opnmsg(path);
-}
-
-void readmessage() {
-    const char *text = plex::rawmsg(message);
-    fuzz::require(static_cast<int>(strlen(text)) <= plex::mxmssz);
-}
 
 // A block that was never opened whole belongs to nobody.
 void discard(plex::msgblk *mb) {
@@ -61,10 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, size_t size) {
     plex::inimsg(data[1] / 6 + 1);
     fuzz::require(ftruncate(fd, 0) == 0 &&
                   pwrite(fd, data + 2, size - 2, 0) == static_cast<ssize_t>(size - 2));
-    if (fuzz::survives(openfile)) {
-        const int count = std::min<int>(plex::curmbk->msgcnt, mosttried);
-        for (message = -1; message <= count; message++) {
-            fuzz::survives(readmessage);
+    if (fuzz::survives([] { plex::opnmsg(path); })) {
+        for (int i = -1; i <= std::min<int>(plex::curmbk->msgcnt, mosttried); i++) {
+            fuzz::survives([&] { fuzz::require(strlen(plex::rawmsg(i)) <= size_t(plex::mxmssz)); });
             plex::catfix2();
         }
         plex::clsmsg(plex::curmbk);

@@ -130,8 +130,7 @@ extern "C" [[noreturn]] void __wrap_exit(int code) {
 }
 
 extern "C" int LLVMFuzzerInitialize(int * /*argc*/, char *** /*argv*/) {
-    fuzz::home();
-    fuzz::leftover = plex::LOCKNAME;
+    fuzz::home(plex::LOCKNAME);
     setenv("BBSCONFIG", "/dev/null", 1);
     setenv("BBSLOG", "stdout", 1); // which libFuzzer discards
     return 0;

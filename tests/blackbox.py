@@ -137,6 +137,31 @@ class Terminal(io.FileIO):
         return struct.unpack("4H", fcntl.ioctl(self, request, struct.pack("4H", *room)))
 
 
+class Screen:
+    """A terminal that tmux keeps"""
+
+    def __init__(self, name, command, columns=80, rows=26):
+        self.name = name
+        self.tmux("new-session", "-d", "-s", name, "-x", str(columns), "-y", str(rows),
+                  command + "; echo status=$?; exec cat")
+
+    def tmux(self, *args):
+        own = {"LC_ALL": "C.UTF-8", "SHELL": "/bin/sh", "TERM": "xterm", "BBSCONFIG": "/dev/null"}
+        return subprocess.run(["tmux", "-u", "-S", "./tmux", "-f", "/dev/null", *args], capture_output=True,
+                              encoding="utf-8", check=False, env=os.environ | own).stdout
+
+    def keys(self, *keys):
+        self.tmux("send-keys", "-t", self.name, *keys)
+
+    def shows(self, pattern, *how):
+        """The text, once it has what is searched for"""
+        end = time.monotonic() + 2 * PATIENCE
+        while not re.search(pattern, shown := self.tmux("capture-pane", "-p", *how, "-t", self.name)):
+            assert time.monotonic() < end, f"no {pattern!r} in\n{shown}"
+            time.sleep(0.01)
+        return shown
+
+
 class DaemonSuite(unittest.TestCase):
     """Each test has a home of its own; whatever it started, and what that started, ends with it"""
     file = f"{BUILD}/vosterd"

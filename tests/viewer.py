@@ -8,7 +8,7 @@ import socket
 import struct
 import termios
 
-from blackbox import BUILD, PATIENCE, DaemonSuite, libc, slurp, spew
+from blackbox import BUILD, PATIENCE, DaemonSuite, Screen, libc, slurp, spew
 
 PLEXVIEW, CONSHOW = f"{BUILD}/plexview", f"{BUILD}/conshow"
 CLONE_NEWIPC, CLONE_NEWUSER = 0x08000000, 0x10000000
@@ -29,37 +29,15 @@ class Viewer(DaemonSuite):
         if re.search(rf"^ +{self.key} .*", slurp("/proc/sysvipc/shm"), re.M):
             self.skipTest("a program of this user has its screen in the shared segment")
         self.addCleanup(self.segment)
-        self.popen("tmux", "-D", "-f", "/dev/null", "-S", "tmux")
-        self.eventually(lambda: os.path.exists("tmux"))
 
     def environment(self, more):
-        own = {"BBSCONFIG": "/dev/null", "SHELL": "/bin/sh", "TMUX": None, "LC_ALL": "C.UTF-8", "TERM": "xterm"}
-        return super().environment(own | dict(more))
+        return super().environment({"BBSCONFIG": "/dev/null", "LC_ALL": "C.UTF-8", "TERM": "xterm"} | dict(more))
 
     def segment(self, size=0):
         """The user's segment, removed, and made anew when a size is given"""
         libc.shmctl(libc.shmget(self.key, 0, 0), IPC_RMID, None)
         found = libc.shmget(self.key, size, IPC_CREAT | 0o600) if size else -1
         return (ctypes.c_ubyte * size).from_address(libc.shmat(found, None, 0)) if found >= 0 else None
-
-    def tmux(self, *args):
-        return self.ended(self.popen("tmux", "-u", "-S", "tmux", *args))[1].encode("latin-1").decode()
-
-    def open(self, name, command, columns=90, rows=27):
-        self.tmux("new-session", "-d", "-s", name, "-x", f"{columns}", "-y", f"{rows}",
-                  f"{command}; echo status=$?; exec cat")
-
-    def screen(self, name):
-        return self.tmux("capture-pane", "-p", "-e", "-t", name)
-
-    def shows(self, name, text):
-        self.eventually(lambda: text in self.screen(name), lambda: f"no {text!r} in:\n{self.screen(name)}")
-
-    def keys(self, name, *keys):
-        self.tmux("send-keys", "-t", name, *keys)
-
-    def cursor(self):
-        return self.tmux("display", "-p", "-t", "v", "#{cursor_x},#{cursor_y},#{cursor_flag}").strip()
 
     def told(self, want, command, **env):
         """What a program says on its terminal before it gives up"""
@@ -80,28 +58,31 @@ class Viewer(DaemonSuite):
             before.connect("plexhost.console")
             self.told("the program in . does not answer", PLEXVIEW)
         listening.accept()
-        self.open("v", PLEXVIEW)
+        viewer = Screen("v", PLEXVIEW, 90, 27)
         link = listening.accept()[0]
         link.settimeout(PATIENCE)
         pid = struct.unpack("i", link.recv(4))[0]
-        self.shows("v", "\x1b[7m plexview: Ctrl+] leaves ")
+        viewer.shows(re.escape("\x1b[7m plexview: Ctrl+] leaves "), "-e")
         image[ROW + 4:ROW + 18] = b"m\x1Eo\x1Eo\x1En\x1E\xDB\x1Eb\x84i\xF4"  # no flag says so
-        self.shows("v", "\n  \x1b[93m\x1b[44mmoon█\x1b[5m\x1b[31m\x1b[40mb\x1b[47mi")
+        viewer.shows(re.escape("\n  \x1b[93m\x1b[44mmoon█\x1b[5m\x1b[31m\x1b[40mb\x1b[47mi"), "-e")
+
+        def cursor():
+            return viewer.tmux("display", "-p", "-t", "v", "#{cursor_x},#{cursor_y},#{cursor_flag}").strip()
         for place, want in (((4, 6, 1), "6,4,1"), ((25, 6, 1), "0,0,0"), ((24, 79, 1), "79,24,1"),
                             ((4, 80, 1), "0,0,0"), ((1, 2, 0), "0,0,0")):
             image[CURSOR:] = bytes(place)
-            self.eventually(lambda want=want: self.cursor() == want, self.cursor)
+            self.eventually(lambda want=want: cursor() == want, cursor)
         image[4000 + 25] = 1
         self.eventually(lambda: image[4000 + 25] == 0, "what is asked for is not drawn")
         # Keys that have no code, as other terminals send them: no part of them is typed. The last is cut off by a key.
         odd = (("-l", f"\x1b{sent}x") for sent in ("[7^", "[7$", "Oa", "[[Z", "\x1b[A", "[99;9~"))
         for keys, code in ((["C-F5"], 0x6200), (["é"], 0x82), *((keys, ord("x")) for keys in odd),
                            (["-l", "\x1b[\x1bOP"], 0x3B00)):
-            self.keys("v", *keys)
+            viewer.keys(*keys)
             self.assertEqual(link.recv(4), struct.pack("i", code), keys)
         pasted = "".join(chr(ord("a") + i % 26) for i in range(1200))
-        self.tmux("set-buffer", pasted)
-        self.tmux("paste-buffer", "-t", "v")
+        viewer.tmux("set-buffer", pasted)
+        viewer.tmux("paste-buffer", "-t", "v")
         seen = []
 
         def full():  # what the link holds stays
@@ -110,47 +91,44 @@ class Viewer(DaemonSuite):
         self.eventually(full)
         came = b"".join(link.recv(4) for _ in pasted)
         self.assertEqual(came, struct.pack("1200i", *map(ord, pasted)))
-        self.keys("v", "C-]")
+        viewer.keys("C-]")
         self.assertEqual(link.recv(4), struct.pack("i", -1))
-        self.shows("v", "status=0")
-        self.assertNotIn("moon", self.screen("v"))  # the terminal is given back
-        self.assertEqual(self.cursor()[-1], "1")
+        self.assertNotIn("moon", viewer.shows("status=0"))  # the terminal is given back
+        self.assertEqual(cursor()[-1], "1")
         self.assertFalse(os.path.exists(f"/proc/{pid}"))
 
     def testViewersComeAndGo(self):
         spew("p.ans", "\x1b[2;3Hmoon")
         program = self.popen("bash", "-c", f"exec {CONSHOW} -n plexhost <(cat p.ans)")  # a pipe can be read only once
         self.assertEqual(program.stdout.readline(), b"conshow: plexview in this directory shows this console.\n")
-        self.open("first", f"{PLEXVIEW} {self.home}")
-        self.shows("first", "moon")
+        first = Screen("first", f"{PLEXVIEW} {self.home}")
+        first.shows("moon")
         self.assertRegex(slurp("/proc/sysvipc/shm"), rf"\n +{self.key} +\d+ +644 +{IMAGE} ")
-        self.keys("first", "F1")
-        self.shows("first", "Key 0x3B00")
-        self.open("second", f"sh -c 'echo $$ > pid; exec {PLEXVIEW}'")
-        self.keys("second", "s")
-        self.shows("second", 'Key 0x0073 "s"')
-        self.shows("first", "status=0")  # the one before has to go, in silence
-        self.assertNotIn("ended", self.screen("first"))
+        first.keys("F1")
+        first.shows("Key 0x3B00")
+        second = Screen("second", f"sh -c 'echo $$ > pid; exec {PLEXVIEW}'")
+        second.keys("s")
+        second.shows('Key 0x0073 "s"')
+        self.assertNotIn("ended", first.shows("status=0"))  # the one before has to go, in silence
         os.kill(int(slurp("pid")), signal.SIGTERM)
-        self.shows("second", "status=143")
-        self.assertNotIn("Key", self.screen("second"))  # the terminal is given back
-        self.open("third", PLEXVIEW, 80, 24)
-        self.shows("third", "This terminal is 80 x 24;\nthe console needs 80 x 25.")
-        self.tmux("resize-window", "-t", "third", "-x", "80", "-y", "25")
-        self.shows("third", "leaves")  # in the last row, and only for a while
-        self.shows("third", "moon")
-        self.shows("third", "Enter: next picture")
-        self.tmux("resize-window", "-t", "third", "-x", "79", "-y", "25")
-        self.shows("third", "This terminal is 79 x 25")
+        self.assertNotIn("Key", second.shows("status=143"))  # the terminal is given back
+        third = Screen("third", PLEXVIEW, 80, 24)
+        third.shows("This terminal is 80 x 24;\nthe console needs 80 x 25.")
+        third.tmux("resize-window", "-t", "third", "-x", "80", "-y", "25")
+        third.shows("leaves")  # in the last row, and only for a while
+        third.shows("moon")
+        third.shows("Enter: next picture")
+        third.tmux("resize-window", "-t", "third", "-x", "79", "-y", "25")
+        third.shows("This terminal is 79 x 25")
         program.kill()
-        self.shows("third", "plexview: the program has ended\nstatus=1")
+        third.shows("plexview: the program has ended\nstatus=1")
         program = self.popen(CONSHOW, "-n", "plexhost")  # what was left behind is no obstacle
         program.stdout.readline()
-        self.open("fourth", PLEXVIEW)
-        self.shows("fourth", "tries a console out")
-        self.keys("fourth", "F10")
-        self.shows("fourth", "This is what a catastrophe looks like.")
-        self.shows("fourth", "status=0")
+        fourth = Screen("fourth", PLEXVIEW)
+        fourth.shows("tries a console out")
+        fourth.keys("F10")
+        fourth.shows("This is what a catastrophe looks like.")
+        fourth.shows("status=0")
         self.assertEqual(program.wait(PATIENCE), 90)
         self.assertFalse(os.path.exists("plexhost.console"))
 
