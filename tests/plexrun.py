@@ -36,11 +36,9 @@ class Plexrun(DaemonSuite):
         usage, home, long = "see plexrun --help", self.home, 1025 * "x"
         nobody = "plexrun: no daemon runs in . (No such file or directory)\n"
         for args, code, said in (  # by the command, or else by plexrun
-                (("sh", "-c", "exit 7"), 7, ""),
                 (("--", "sh", "-c", "kill -TERM $$"), 128 + 15, ""),
                 (("printf", "%s|", "", "a b", '"', '""', 'x"\n"y', "'", ' "a b" ', '" '), 0,
                  """|a b|"|""|x"\n"y|'| "a b" |" |"""),
-                (("-c", '/bin/echo abc"def ghi"'), 0, "abcdef ghi\r\n"),
                 (("-u", "-5", "pwd"), 0, f"{home}\n"),
                 (("sh", "-c", "echo $BBSCONFIG; env | grep -c PLEXRUN_"), 1, "x\n0\n"),
                 ((), 120, f"plexrun: no command ({usage})\n"),
@@ -57,7 +55,6 @@ class Plexrun(DaemonSuite):
                 (("-H", ".", "/bin/echo", long[:1015]), 121, "plexrun: longer than 1024 bytes\n"),
                 (("./odd",), 126, f"plexrun: cannot execute {home}/./odd: Exec format error\n"),
                 (("./tmp",), 126, "plexrun: ./tmp: Permission denied\n"),
-                (("./none",), 127, "plexrun: ./none: command not found\n"),
                 (("none",), 127, "plexrun: none: command not found\n")):
             with self.subTest(args):
                 got = self.plexrun(*args, env={"BBSCONFIG": "x"})
