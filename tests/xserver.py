@@ -1,6 +1,5 @@
 """conshow in a window of a real X server: every pixel, keys, what goes wrong"""
 import ctypes
-import os
 import random
 import re
 import struct
@@ -25,8 +24,8 @@ class XServer(DaemonSuite):
         super().setUp()
         self.display = ""
         while not self.display:  # servers that start at the same moment may choose the same number
-            self.server = self.popen("Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-fbdir", ".", "-screen",
-                                     "0", "700x450x24", "-screen", "1", "9x9x8", "-fp",
+            self.server = self.popen("Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-fbdir", ".",
+                                     "-screen", "0", "700x450x24", "-screen", "1", "9x9x8", "-fp",
                                      f"/usr/share/fonts/X11/misc,{SOURCE}/fonts,built-ins", stderr=subprocess.DEVNULL)
             self.display = self.server.stdout.readline().decode().strip()
 
