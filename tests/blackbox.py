@@ -47,15 +47,11 @@ def block(kind):
     return re.search(rf"^```{kind}\n(.*?)^```", slurp(f"{SOURCE}/docs/protocol.md"), re.S | re.M)[1]
 
 
-def order():
-    """The byte order of the daemon's numbers: under an emulator it may be another than ours"""
-    program = f"{BUILD}/vosterd"
-    with open(program + ".elf" if os.path.exists(program + ".elf") else program, "rb") as f:
-        return "<>"[f.read(6)[5] - 1]
-
-
+program = f"{BUILD}/vosterd"
+with open(program + ".elf" * os.path.exists(program + ".elf"), "rb") as elf:
+    order = "<>"[elf.read(6)[5] - 1]  # of the daemon's numbers: under an emulator it may be another than ours
 protocol = types.ModuleType("protocol")
-exec(block("python").replace('"=', '"' + order()), protocol.__dict__)  # pylint: disable=exec-used
+exec(block("python").replace('"=', '"' + order), protocol.__dict__)  # pylint: disable=exec-used
 RUN, KILL, STARTED, FAILED, ENDED = (getattr(protocol, n) for n in "RUN KILL STARTED FAILED ENDED".split())
 
 
