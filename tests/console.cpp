@@ -6,7 +6,6 @@
 #include "libunix/runtime/process.h"
 #include "libunix/screen/print.h"
 #include "libunix/screen/screen.h"
-#include "tests/faults/calls.h"
 #include "tests/support.h"
 
 #include <csignal>

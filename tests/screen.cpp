@@ -27,7 +27,6 @@
 #include "libunix/console/condrv.h"
 #include "libunix/console/unxwrecons.h"
 #include "libunix/runtime/bgnlog.h"
-#include "tests/faults/calls.h"
 #include "tests/support.h"
 
 #include <filesystem>

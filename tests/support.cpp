@@ -39,10 +39,6 @@ void spew(const std::string &path, std::string_view text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-bool exists(const std::string &path) {
-    return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
 bool eventually(const std::function<bool()> &done) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patience);
     while (!done()) {
@@ -81,10 +77,6 @@ std::string expect(int fd, const std::string &text) {
         byte = take(fd, 1);
     }
     return got;
-}
-
-std::string drain(int fd) {
-    return take(fd, SIZE_MAX);
 }
 
 int nextfd() {
@@ -140,7 +132,8 @@ Program::~Program() {
 }
 
 Outcome Program::wait() {
-    Outcome outcome = {drain(out), drain(err)}; // a child that says more than a pipe holds fails
+    Outcome outcome = {take(out, SIZE_MAX),
+                       take(err, SIZE_MAX)}; // a child that says more than a pipe holds fails
     int status = 0;
     if (eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; })) {
         pid = -1;

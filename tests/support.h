@@ -27,7 +27,6 @@ public:
 
 std::string slurp(const std::string &path); // a whole file; empty when it is missing
 void spew(const std::string &path, std::string_view text);
-bool exists(const std::string &path);
 
 // Polls `done` until it holds; false when patience ran out.
 bool eventually(const std::function<bool()> &done);
@@ -39,7 +38,6 @@ bool readable(int fd, int milliseconds = patience);
 // or patience comes first.
 std::string take(int fd, size_t len);
 std::string expect(int fd, const std::string &text);
-std::string drain(int fd);
 
 // The descriptor that would be opened next: the same as before when nothing was left open.
 int nextfd();
@@ -76,6 +74,11 @@ Outcome inchild(const std::function<void()> &body);
 std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
 
 void say(std::initializer_list<int> results); // on standard output, a blank behind each
+
+// Lets the Nth call of a name from now on fail with an error number, or sends its process a signal
+// first when the number is negative: "fork:1:11 kill:2:-15", at most four; an empty text ends it.
+// A program takes its first plan from the environment's FAULTS. For what is linked with faults.
+void fault(const char *plan);
 
 // Starts the log, to standard output or error.
 void logout(const char *where = "stdout");

@@ -1,9 +1,6 @@
-// System calls that fail on demand. The linker leads the calls of whatever is linked with this file
-// through its wrappers, but not the C library's own; what the plan does not name passes through. A
-// forked child counts along with its parent; a program that is executed is another one and not
-// affected.
-
-#include "tests/faults/calls.h"
+// Calls that fail on demand. The linker leads those of whatever is linked with this file through
+// its wrappers, but not the C library's own. Opens count when they are of devices, allocations when
+// they are of our own code. A forked child counts along with its parent.
 
 #include <cerrno>
 #include <csignal>
@@ -12,21 +9,23 @@
 #include <cstring>
 #include <sys/mman.h>
 
+namespace test {
+void fault(const char *plan);
+}
+
 namespace {
 
+constexpr int most = 4;
 struct plannedfault {
     char call[16];
-    int countdown;
-    int error;
+    int countdown, error;
 };
-
-constexpr int most = 4;
 plannedfault *planned; // shared with children
 
 // Whether this call of `call` is one that the plan lets fail; errno then says why.
 bool fails(const char *call) {
     bool failing = false;
-    for (plannedfault *p = planned; planned != nullptr && p < planned + most; p++) {
+    for (auto *p = planned; planned != nullptr && p < planned + most; p++) {
         if (strcmp(p->call, call) == 0 && --p->countdown == 0) {
             errno = p->error;
             failing = p->error >= 0 || raise(-p->error) != 0;
@@ -35,29 +34,23 @@ bool fails(const char *call) {
     return failing;
 }
 
-[[gnu::constructor]] void planfromenvironment() {
-    const char *plan = getenv("FAULTS");
-    if (plan != nullptr) {
-        test::fault(plan);
-    }
-}
-
 } // namespace
 
 void test::fault(const char *plan) {
-    if (planned == nullptr) {
-        planned = static_cast<plannedfault *>(mmap(nullptr, most * sizeof *planned,
-                                                   PROT_READ | PROT_WRITE,
-                                                   MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    }
-    for (plannedfault *p = planned; p < planned + most; p++) {
+    for (auto *p = planned; p < planned + most; p++) {
         int length = 0;
         *p = {};
-        if (sscanf(plan, "%15[^:]:%d:%d %n", p->call, &p->countdown, &p->error, &length) != 3) {
-            *p = {};
-        }
+        sscanf(plan, "%15[^:]:%d:%d %n", p->call, &p->countdown, &p->error, &length);
         plan += length;
     }
+}
+
+[[gnu::constructor]] static void planfromenvironment() {
+    planned =
+        static_cast<plannedfault *>(mmap(nullptr, most * sizeof *planned, PROT_READ | PROT_WRITE,
+                                         MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const char *plan = getenv("FAULTS");
+    test::fault(plan != nullptr ? plan : "");
 }
 
 // Any call of up to six words: to pass on more than it takes does no harm. Weak: a machine has only
@@ -91,7 +84,6 @@ CALL(listen, listen, -1)
 CALL(malloc, malloc, 0)
 // Terminals only: files fail by themselves where a test wants it.
 CALL(open, open64, -1, strncmp(reinterpret_cast<const char *>(a), "/dev/pt", 7) == 0 &&)
-CALL(pipe2, pipe2, -1)
 CALL(ptsname, ptsname, 0)
 CALL(read, read, -1)
 CALL(send, send, -1)
