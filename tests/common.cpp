@@ -120,14 +120,10 @@ TEST(Scanner, Lines) {
     EXPECT_EQ(std::string(plex::tfspth), std::string("d/") + plex::tfsfb.name);
     EXPECT_EQ(scan("d/*.y"), "0:0");
     const int unused = test::nextfd();
-    for (int steps = 0; steps < 4; steps++) { // abandoned at any step
-        EXPECT_EQ(plex::tfsopn("d/*"), 2);
-        for (int i = 0; i < steps; i++) {
-            plex::tfsrdl();
-        }
-        plex::tfsabt();
-        EXPECT_EQ(plex::tfsrdl(), 0);
-    }
+    EXPECT_EQ(plex::tfsopn("d/*"), 2);
+    EXPECT_EQ(plex::tfsrdl() + plex::tfsrdl(), 2 + 3);
+    plex::tfsabt();
+    EXPECT_EQ(plex::tfsrdl(), 0);
     EXPECT_EQ(test::nextfd(), unused);
 }
 
@@ -217,7 +213,7 @@ using plex::msgblk;
 // Opens "f.mcv", made of a source.
 msgblk *open(const std::string &source) {
     test::spew("f.txt", source);
-    EXPECT_EQ(test::Program({BUILD_DIR "/plexmsg", "compile", "f.txt", "f.mcv"}).wait().code(), 0);
+    EXPECT_EQ(system(BUILD_DIR "/plexmsg compile f.txt f.mcv"), 0);
     return plex::opnmsg("f.mcv");
 }
 

@@ -85,13 +85,13 @@ int nextfd() {
     return fd;
 }
 
-Program::Program(const std::function<void()> &body) {
+Outcome inchild(const std::function<void()> &body) {
     int pipes[4];
     if (pipe2(pipes, O_CLOEXEC) != 0 || pipe2(pipes + 2, O_CLOEXEC) != 0) {
         abort();
     }
     fflush(nullptr);
-    pid = fork();
+    const pid_t pid = fork();
     if (pid == 0) {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         dup2(pipes[1], 1);
@@ -105,45 +105,26 @@ Program::Program(const std::function<void()> &body) {
     }
     close(pipes[1]);
     close(pipes[3]);
-    out = pipes[0];
-    err = pipes[2];
-}
-
-Program::Program(const std::vector<std::string> &argv)
-    : Program([&] {
-          dup2(open("/dev/null", O_RDONLY), 0);
-          close_range(3, ~0U, 0);
-          std::vector<char *> args(argv.size() + 1);
-          for (size_t i = 0; i < argv.size(); i++) {
-              args[i] = const_cast<char *>(argv[i].c_str());
-          }
-          execvp(args[0], args.data());
-          perror(args[0]);
-          _exit(127);
-      }) {}
-
-Program::~Program() {
-    if (pid > 0) {
-        kill(pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
-    }
-    close(out);
-    close(err);
-}
-
-Outcome Program::wait() {
-    Outcome outcome = {take(out, SIZE_MAX),
-                       take(err, SIZE_MAX)}; // a child that says more than a pipe holds fails
+    Outcome outcome = {take(pipes[0]), take(pipes[2])};
+    close(pipes[0]);
+    close(pipes[2]);
     int status = 0;
-    if (eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; })) {
-        pid = -1;
-        outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (!eventually([&] { return waitpid(pid, &status, WNOHANG) != 0; })) {
+        kill(pid, SIGKILL);
+        waitpid(pid, &status, 0);
     }
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return outcome;
 }
 
-Outcome inchild(const std::function<void()> &body) {
-    return Program(body).wait();
+Outcome Program::wait() const {
+    return inchild([&] {
+        std::vector<char *> args(argv.size() + 1);
+        for (size_t i = 0; i < argv.size(); i++) {
+            args[i] = const_cast<char *>(argv[i].c_str());
+        }
+        execvp(args[0], args.data());
+    });
 }
 
 std::string told(const std::function<void()> &body) {

@@ -34,16 +34,15 @@ bool eventually(const std::function<bool()> &done);
 // Waits until `fd` can be read (or is at its end); false when patience ran out.
 bool readable(int fd, int milliseconds = patience);
 
-// Reads exactly `len` bytes, until `text` has come, or until the end of the stream; less when that
-// or patience comes first.
-std::string take(int fd, size_t len);
+// Reads `most` bytes at most, or until `text` has come; less when the end of the stream or patience
+// comes first.
+std::string take(int fd, size_t most = SIZE_MAX);
 std::string expect(int fd, const std::string &text);
 
 // The descriptor that would be opened next: the same as before when nothing was left open.
 int nextfd();
 
-// How a child ended (its exit code, 128 + the signal that ended it, or -1 when it had to be
-// killed), and what it wrote.
+// How a child ended (its exit code, or 128 + the signal that ended it), and what it wrote.
 struct Outcome {
     std::string out, err;
     int status = -1;
@@ -51,27 +50,18 @@ struct Outcome {
     int code() const { return status; }
 };
 
-// A process beside the test, with its output captured, killed at the latest by the destructor or
-// with the test. Its own children must not outlive it with its output, which is read until all
-// close it.
-class Program {
-public:
-    // A forked child that exits 0 when `body` returns.
-    explicit Program(const std::function<void()> &body);
-    explicit Program(const std::vector<std::string> &argv);
-    ~Program();
-    Program(const Program &) = delete;
-    Program &operator=(const Program &) = delete;
-
-    Outcome wait(); // for its end, bounded
-
-    pid_t pid = -1;
-    int out = -1; // its standard output and error, to be read while it runs
-    int err = -1;
-};
-
+// Runs `body` in a forked child, which exits 0 when it returns and is killed when it outlives
+// patience or the test. Its output is read until its own children, too, have closed it; it fails
+// when it says more on its standard error than a pipe holds.
 Outcome inchild(const std::function<void()> &body);
 std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
+
+struct Program { // the same for another program
+    explicit Program(const std::vector<std::string> &args) : argv(args) {}
+    Outcome wait() const;
+
+    const std::vector<std::string> argv;
+};
 
 void say(std::initializer_list<int> results); // on standard output, a blank behind each
 
