@@ -146,7 +146,7 @@ TEST(Scanner, FatalErrors) {
     }
 }
 
-TEST(Languages, TheTable) {
+TEST(Languages, TheTableAndItsLookUp) {
     const test::Home home;
     test::spew("pxhost.cfg", "LNG=not yet\nLNGDSC=nor this\nnlingo =9\nnLingo= 4 or so\nNLingo=7\n"
                              "LNG=English/ANSI\nLNGDSC=English with colour\nlngext=ans;asc, ibm x\n"
@@ -160,18 +160,12 @@ TEST(Languages, TheTable) {
     std::string all;
     for (int i = 0; i < plex::nlingo; i++) {
         const plex::lingo &l = *plex::languages[i];
-        for (const char *field :
-             {l.name, l.desc, l.extans, l.extasc, l.extibm, l.editor, l.yes, l.no}) {
-            all += field + std::string("|");
-        }
+        all += std::string(l.name) + "|" + l.desc + "|" + l.extans + "|" + l.extasc + "|" +
+               l.extibm + "|" + l.editor + "|" + l.yes + "|" + l.no + "|";
     }
     EXPECT_EQ(all, "English/ANSI|English with colour|ans|asc|ibm|an editor|yes|no|"
                    "Portuguese/ASCI||long|long|long||0123456789ab||x||a|b|a||||y||||||||");
     speak({});
-}
-
-TEST(Languages, FatalErrors) {
-    const test::Home home;
     EXPECT_EQ(fatal(plex::inilingo), "CANNOT FIND pxhost.cfg");
     const std::string missing = "pxhost.cfg IS MISSING THE \"NLingo=\" LINE";
     const std::string first = "FIRST LNGXXX= OPTION IN pxhost.cfg MUST BE LNG=";
@@ -187,10 +181,7 @@ TEST(Languages, FatalErrors) {
         test::spew("pxhost.cfg", r[0]);
         EXPECT_EQ(fatal(plex::inilingo), r[1]) << r[0];
     }
-}
-
-// The alternates are walked by tests/plexmsg.py.
-TEST(Languages, LookUp) {
+    // The alternates are walked by tests/plexmsg.py.
     EXPECT_EQ(plex::lngfnd("") + plex::chgspk(0, "English"), -2); // no table
     speak({"English/ANSI", "English/RIP", "French/ANSI", "Plain", "English/A", "French/RIP",
            "Portuguese/ANSI"});

@@ -192,11 +192,11 @@ TEST(Dates, NowIsLocal) {
     setenv("TZ", "XXX-14", 1); // 26 hours ahead of the other: never the same day
     const uint16_t east = today();
     const int eastday = daytoday();
+    const int easthour = now() >> 11;
     setenv("TZ", "XXX+12", 1);
     EXPECT_NE(east, today());
     EXPECT_NE(eastday, daytoday());
-    const auto minutes = (time(nullptr) / 60 + 720) % 1440;
-    EXPECT_LT(((now() >> 11) * 60 + (now() >> 5 & 63) - minutes + 1440) % 1440, 2); // it may turn
+    EXPECT_LE((easthour - (now() >> 11) + 23) % 24, 1); // two hours, or one when it turns
     unsetenv("TZ");
 }
 
@@ -217,14 +217,13 @@ TEST(ByteOrder, StoredIsLittleEndian) {
     EXPECT_EQ(lul2n(bytes + 1), 0xFF040302u);
     EXPECT_TRUE(rev4byt(bytes) == bytes && rev2byt(bytes + 1) == bytes + 1);
     EXPECT_EQ(memcmp(bytes, "\4\2\3\1", 4), 0);
-    const uint16_t us = nus2l(0x0201);
-    const uint32_t ul = nul2l(0x04030201);
-    EXPECT_TRUE(memcmp(&us, "\1\2", 2) == 0 && memcmp(&ul, "\1\2\3\4", 4) == 0);
+    const auto raw = [](auto v) { return std::string(reinterpret_cast<char *>(&v), sizeof v); };
+    EXPECT_EQ(raw(nus2l(0x0201)) + raw(nss2l(-2)) + raw(nul2l(0x04030201)) + raw(nsl2l(-2)),
+              "\1\2\xFE\xFF\1\2\3\4\xFE\xFF\xFF\xFF");
     const uint16_t *copy = pnus2l(7);
-    EXPECT_EQ(pnus2l(0x0201), copy); // one copy, overwritten
-    EXPECT_TRUE(memcmp(copy, "\1\2", 2) == 0 && memcmp(pnss2l(-2), "\xFE\xFF", 2) == 0);
-    EXPECT_EQ(memcmp(pnul2l(0x04030201), "\1\2\3\4", 4), 0);
-    EXPECT_EQ(pnsl2l(-2), nsl2l(-2)); // the word, not its address
+    EXPECT_EQ(pnus2l(0x0201), copy); // overwritten; the last one is no pointer
+    EXPECT_EQ(raw(*copy) + raw(*pnss2l(-2)) + raw(*pnul2l(1)) + raw(pnsl2l(-2)),
+              "\1\2\xFE\xFF\1\0\0\0\xFE\xFF\xFF\xFF"s);
 }
 
 // Where there are quotes (here '); without them, and what always holds: fuzz/command.cpp. A quote
@@ -260,7 +259,6 @@ TEST(Command, Failures) {
     const auto run = [](std::string line) { return test::told([&] { dospawn(line.data()); }); };
     EXPECT_EQ(run(fits), fits.substr(10) + "\n||0");
     EXPECT_EQ(run(fits + " 49"), "|dospwn: Too many arguments.\n|0");
-    EXPECT_EQ(run("  "), "|dospwn: execv failed: (2) No such file or directory\n|0");
     EXPECT_EQ(test::told([] { _exit(dospawn(nullptr)); }), "|dospwn: cmdstg is NULL.\n|255");
 }
 
