@@ -41,7 +41,7 @@ CROSS_PACKAGES=(qemu-user-static g++-aarch64-linux-gnu g++-s390x-linux-gnu)
 TEST_PACKAGES=(googletest python3 bash tmux xvfb xdotool x11-utils xfonts-terminus-dos inetutils-telnet mandoc
                pkgconf procps)
 # The emulated PC, without which one test counts as skipped.
-EMULATOR_PACKAGES=(qemu-system-x86)
+EMULATOR_PACKAGES=(qemu-system-x86 busybox-static)
 # What else CI looks with.
 CI_PACKAGES=(clang-format clang-tidy cppcheck lintian dpkg-dev file man-db mmdebstrap)
 # What the measurements compare with, and are made with.

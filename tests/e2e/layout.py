@@ -14,15 +14,11 @@ SECTIONS = {".text.launch": """_Fork close close_range dup2 execv geteuid getuid
                 plex::stricmp accept4 fopen""",
             ".bss.launch": "plex::children plex::srvmsg plex::buf"}
 
-
-def output(*command):
-    return subprocess.run([*command, sys.argv[1]], stdout=subprocess.PIPE, text=True, check=True).stdout
-
-
-found = re.findall(r" (\.\S+) +\w+ +(\w+) \w+ (\w+)", output("readelf", "-SW"))
-ranges = {name: range(int(at, 16), int(at, 16) + int(size, 16)) for name, at, size in found}
-lines = [line.partition(" ") for line in output("nm", "-C").splitlines()]
-symbols = {re.sub(r"\(anonymous namespace\)::|\(.*", "", name[2:]): int(at or "0", 16) for at, _, name in lines}
+text = subprocess.check_output(["sh", "-c", 'readelf -SW "$0"; nm -C "$0"', sys.argv[1]], text=True)
+ranges = {name: range(int(at, 16), int(at, 16) + int(size, 16))
+          for name, at, size in re.findall(r" (\.\S+) +\w+ +(\w+) \w+ (\w+)", text)}
+symbols = {name: int(at, 16) for at, name in
+           re.findall(r"(?m)^(\w+) \w ([^(\n]+)", text.replace("(anonymous namespace)::", ""))}
 strays = [name for where, names in SECTIONS.items() for name in names.split()
           if symbols.get(name) not in ranges.get(where, ())]
 print("outside their sections:" if strays else "the layout holds", *strays)
