@@ -1,4 +1,5 @@
-// The shared segment and the link to a viewer. What any bytes do to the link: fuzz/viewer.cpp.
+// The shared segment and the link to a viewer. What any bytes do to the link: fuzz/viewer.cpp. How
+// viewers come and go: viewer.py.
 
 #include "libsrc/catastro/catastro.h"
 #include "libunix/console/trm.h"
@@ -8,7 +9,6 @@
 #include "libunix/screen/screen.h"
 #include "tests/support.h"
 
-#include <csignal>
 #include <cstring>
 #include <fcntl.h>
 #include <regex>
@@ -26,76 +26,38 @@ extern "C" int select(int, fd_set *, fd_set *, fd_set *, timeval *) {
 
 namespace {
 
-const plex::trmhdl &console = plex::rx11trm;
-volatile sig_atomic_t signalled; // how often a viewer of this process was told to go
-
-void type(int fd, int32_t word = 'a') {
-    EXPECT_EQ(send(fd, &word, sizeof word, 0), 4);
-}
-
-// A viewer that has announced itself.
-int viewer() {
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    const sockaddr_un addr = {AF_UNIX, "plexhost.console"};
-    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr), 0);
-    type(fd, getpid());
-    return fd;
-}
-
-int key() {
-    return console.trmhit() != 0 ? console.trminp() : 0;
-}
-
 // A host with a thousand terminals open has none of the lower numbers left.
 void takeover() {
+    const plex::trmhdl &console = plex::rx11trm;
     EXPECT_EQ(plex::maxfil(FD_SETSIZE + 50), 0);
     for (int fd = 0; fd >= 0 && fd < FD_SETSIZE;) {
-        fd = open("/dev/null", O_RDONLY);
+        fd = dup(0);
     }
-    plex::usignal(SIGUSR1, [](int) { signalled = signalled + 1; });
     umask(0);
     const int listening = console.trmopn();
     struct stat st = {};
     EXPECT_EQ(stat("plexhost.console", &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600U);
-    const int first = viewer();
-    EXPECT_EQ(key(), 0) << "a newcomer is no key";
-    EXPECT_EQ(fcntl(listening, F_GETFD) & fcntl(first + 1, F_GETFD), FD_CLOEXEC);
-    const int second = viewer();
-    type(first); // keys that have come are taken before the newcomer
-    EXPECT_EQ(key(), 'a');
-    test::fault("accept:1:24"); // the viewer has gone all the same; the newcomer waits
-    EXPECT_EQ(key() + signalled, 1);
-    EXPECT_EQ(key(), 0);
-    type(second);
-    EXPECT_EQ(key(), 'a');
-    console.trmcls();
-    EXPECT_EQ(signalled, 3); // every drop tells the one that was announced last
-}
-
-TEST(Link, NewcomerTakesOver) {
-    const test::Home home;
-    EXPECT_EQ(test::told(takeover), "||0");
-}
-
-TEST(Link, WithoutOneTheProgramEnds) {
-    const test::Home home;
-    ASSERT_EQ(mkdir("plexhost.console", 0700), 0); // no file: not to be removed
-    const char *const rows[][2] = {{"", "xopen:bind() Address already in use\n"},
-                                   {"socket:1:24", ""}};
-    for (const auto &[fault, log] : rows) {
-        EXPECT_EQ(test::told([fault = fault] {
-                      test::logout();
-                      test::fault(fault);
-                      plex::opntrm(plex::DSP_REMOTE, "plexhost");
-                  }),
-                  log + std::string("|Display open failed. Exiting.\n|1"));
+    const sockaddr_un addr = {AF_UNIX, "plexhost.console"};
+    int before = -1;
+    for (int i = 0; i < 2; i++) {
+        const int viewer = socket(AF_UNIX, SOCK_STREAM, 0);
+        EXPECT_EQ(connect(viewer, reinterpret_cast<const sockaddr *>(&addr), sizeof addr), 0);
+        EXPECT_EQ(write(viewer, "\0\0\0", 4), 4); // announces itself
+        if (before >= 0) {                        // what was typed is taken first
+            EXPECT_EQ(write(before, "a\0\0", 4), 4);
+            EXPECT_EQ(console.trminp(), 'a');
+        }
+        EXPECT_EQ(console.trmhit(), 0); // a newcomer is no key
+        before = viewer;
     }
+    EXPECT_EQ(fcntl(listening, F_GETFD) + fcntl(listening + 2, F_GETFD), 2 * FD_CLOEXEC);
+    console.trmcls();
 }
 
 // Real programs of the same user have segments too: this one is in a name space of the test's own.
 // Where that is not allowed the machine's serves, unless somebody is using the user's segment.
-TEST(Segment, IsSharedOrFatal) {
+TEST(Console, SegmentAndLink) {
     const std::string uid = std::to_string(getuid());
     const auto key = static_cast<key_t>(getuid() + 1);
     if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0) {
@@ -148,6 +110,13 @@ TEST(Segment, IsSharedOrFatal) {
         {4029, "shmat:1:13", client,
          "Client: Could not attach shared memory (13 Permission denied).\n\n||90"},
         {4029, "foreign", server, noserver + "13 Permission denied).\n\n||90"},
+        {-1, "", takeover, "maxfil: Maximum open files = 1074\n||0"},
+        {-1, "",
+         [] {
+             mkdir("plexhost.console", 0700); // no file: not to be removed
+             plex::opntrm(plex::DSP_REMOTE, "plexhost");
+         },
+         "xopen:bind() Address already in use\n|Display open failed. Exiting.\n|1"},
     };
     const test::Home home;
     for (const auto &r : rows) {
@@ -168,8 +137,7 @@ TEST(Segment, IsSharedOrFatal) {
             test::fault(r.fault);
             r.body();
         });
-        const std::string number = id >= 0 ? std::to_string(id) : "[0-9]+";
-        const std::regex where(" shared memory id " + number + ", len 4029 at 0x[0-9a-f]+");
+        const std::regex where(" shared memory id [0-9]+, len 4029 at 0x[0-9a-f]+");
         EXPECT_EQ(std::regex_replace(told, where, ""), r.told);
     }
     EXPECT_NE(test::slurp("CATASTRO.TXT").find(larger), std::string::npos);

@@ -1,5 +1,5 @@
-// One keyboard, three ways: scan codes, X events, what a terminal sends to the viewer. They make
-// the same codes of a key, where they know it at all.
+// One keyboard by scan codes and by X events: they make the same codes of a key, where they know it
+// at all. What a terminal sends, and the characters: viewer.py.
 
 #include "tests/support.h" // first: the X headers define None, Bool and more
 
@@ -7,18 +7,12 @@
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/console/xdisplay.h"
-#include "tools/plexview/viewkeys.h"
 
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
 #include <array>
-#include <clocale>
-#include <cstring>
-#include <curses.h>
 #include <map>
-#include <pty.h>
 #include <set>
-#include <unistd.h>
 
 // The server's part, wrapped by the linker: the event has the key symbol itself.
 extern "C" int __wrap_XLookupString(XKeyEvent *event, char *, int, KeySym *keysym,
@@ -35,8 +29,7 @@ struct Key {
     int scan;
     KeySym keysym[2]; // the server names it anew under Shift
     Kind kind;
-    int code[4];         // by itself, with Shift, Ctrl, Alt
-    std::string sent[4]; // by a terminal; empty when there is no such thing
+    std::array<int, 4> code; // by itself, with Shift, Ctrl, Alt
 };
 
 constexpr int modifierscans[] = {0, 0x2A, 0x1D, 0x38};
@@ -44,60 +37,44 @@ constexpr int modifierscans[] = {0, 0x2A, 0x1D, 0x38};
 constexpr unsigned states[] = {LockMask | Mod5Mask, ShiftMask | ControlMask | Mod1Mask,
                                ControlMask | Mod1Mask, Mod4Mask};
 
-void characters(std::vector<Key> &keys, int scan, const char *plain, const char *shifted) {
-    for (; *plain != '\0'; plain++, shifted++, scan++) {
-        const int c = *plain;
-        const Kind kind = isalpha(c) != 0 ? letter : isdigit(c) != 0 ? digit : other;
-        const int alt = kind == letter ? scan << 8 : kind == digit ? (0x76 + scan) << 8 : c;
-        const auto sym = [](char s) {
-            return s == '\033' || s == '\r' || s == '\b' ? 0xFF00UL + s : static_cast<KeySym>(s);
-        };
-        const std::string typed(1, c == '\b' ? '\x7F' : *plain);
-        const std::string control(kind == letter ? 1 : 0, static_cast<char>(c & 31));
-        keys.push_back({scan,
-                        {sym(*plain), sym(*shifted)},
-                        kind,
-                        {c, *shifted, kind == letter ? c & 31 : c, alt},
-                        {typed, {*shifted}, control, kind == other ? "" : "\033" + typed}});
-    }
-}
-
 // What Alt enters with a key of the keypad stands for its code.
 std::vector<Key> keyboard() {
     std::vector<Key> keys = {
-        {0x0F, {XK_Tab, XK_ISO_Left_Tab}, other, {9, 0x0F00, 9, 9}, {"\t", "\033[Z"}}};
-    // A terminal sends the number and the modifier, if there is one, before the final byte.
-    const auto special = [&](int scan, KeySym sym, Kind kind, std::array<int, 4> code,
-                             const std::string &number, char final) {
-        const std::string intro = "\033[" + number;
-        keys.push_back({scan,
-                        {sym, sym},
-                        kind,
-                        {code[0], code[1], code[2], code[3]},
-                        {(number == "1" ? "\033O" : intro) + final, intro + ";2" + final,
-                         intro + ";5" + final, intro + ";3" + final}});
+        {0x0F, {XK_Tab, XK_ISO_Left_Tab}, other, {9, 0x0F00, 9, 9}},
+        {0x52, {XK_Insert, XK_Insert}, other, {0x5200, 0x5200, 0x5200, 0}},
+        {0x53, {XK_Delete, XK_Delete}, other, {0x5300, 0x5300, 0x5300, 0x5300}},
+        {0x47, {XK_Home, XK_Home}, cursor, {0x4700, 0x4700, 0x7700, 7}},
+        {0x48, {XK_Up, XK_Up}, cursor, {0x4800, 0x4800, 0x8D00, 8}},
+        {0x49, {XK_Prior, XK_Prior}, cursor, {0x4900, 0x4900, 0x8400, 9}},
+        {0x4B, {XK_Left, XK_Left}, cursor, {0x4B00, 0x4B00, 0x7300, 4}},
+        {0x4D, {XK_Right, XK_Right}, cursor, {0x4D00, 0x4D00, 0x7400, 6}},
+        {0x4F, {XK_End, XK_End}, cursor, {0x4F00, 0x4F00, 0x7500, 1}},
+        {0x50, {XK_Down, XK_Down}, cursor, {0x5000, 0x5000, 0x9100, 2}},
+        {0x51, {XK_Next, XK_Next}, cursor, {0x5100, 0x5100, 0x7600, 3}},
     };
-    special(0x52, XK_Insert, other, {0x5200, 0x5200, 0x5200, 0}, "2", '~');
-    special(0x53, XK_Delete, other, {0x5300, 0x5300, 0x5300, 0x5300}, "3", '~');
-    special(0x47, XK_Home, cursor, {0x4700, 0x4700, 0x7700, 7}, "1", 'H');
-    special(0x48, XK_Up, cursor, {0x4800, 0x4800, 0x8D00, 8}, "1", 'A');
-    special(0x49, XK_Prior, cursor, {0x4900, 0x4900, 0x8400, 9}, "5", '~');
-    special(0x4B, XK_Left, cursor, {0x4B00, 0x4B00, 0x7300, 4}, "1", 'D');
-    special(0x4D, XK_Right, cursor, {0x4D00, 0x4D00, 0x7400, 6}, "1", 'C');
-    special(0x4F, XK_End, cursor, {0x4F00, 0x4F00, 0x7500, 1}, "1", 'F');
-    special(0x50, XK_Down, cursor, {0x5000, 0x5000, 0x9100, 2}, "1", 'B');
-    special(0x51, XK_Next, cursor, {0x5100, 0x5100, 0x7600, 3}, "6", '~');
-    const char *const numbers[] = {"1", "1", "1", "1", "15", "17", "18", "19", "20", "21"};
     for (int i = 0; i < 10; i++) {
         const int code = (0x3B + i) << 8;
-        special(0x3B + i, XK_F1 + static_cast<KeySym>(i), function,
-                {code, code + 0x1900, code + 0x2300, code + 0x2D00}, numbers[i], "PQRS~~~~~~"[i]);
+        const KeySym sym = XK_F1 + static_cast<KeySym>(i);
+        const std::array codes = {code, code + 0x1900, code + 0x2300, code + 0x2D00};
+        keys.push_back({0x3B + i, {sym, sym}, function, codes});
     }
-    characters(keys, 0x01, "\0331234567890-=\b", "\033!@#$%^&*()_+\b");
-    characters(keys, 0x10, "qwertyuiop[]\r", "QWERTYUIOP{}\r");
-    characters(keys, 0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
-    characters(keys, 0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
-    characters(keys, 0x39, " ", " ");
+    const auto sym = [](char c) {
+        return c == '\033' || c == '\r' || c == '\b' ? 0xFF00UL + c : static_cast<KeySym>(c);
+    };
+    const auto characters = [&](int scan, const char *plain, const char *shifted) {
+        for (; *plain != '\0'; plain++, shifted++, scan++) {
+            const int c = *plain;
+            const Kind kind = isalpha(c) != 0 ? letter : isdigit(c) != 0 ? digit : other;
+            const int alt = kind == letter ? scan << 8 : kind == digit ? (0x76 + scan) << 8 : c;
+            const int control = kind == letter ? c & 31 : c;
+            keys.push_back({scan, {sym(*plain), sym(*shifted)}, kind, {c, *shifted, control, alt}});
+        }
+    };
+    characters(0x01, "\0331234567890-=\b", "\033!@#$%^&*()_+\b");
+    characters(0x10, "qwertyuiop[]\r", "QWERTYUIOP{}\r");
+    characters(0x1E, "asdfghjkl;'`", "ASDFGHJKL:\"~");
+    characters(0x2B, "\\zxcvbnm,./", "|ZXCVBNM<>?");
+    characters(0x39, " ", " ");
     return keys;
 }
 
@@ -139,7 +116,6 @@ TEST(Keyboards, ScanCodes) {
         {"entry of two digits", {0x38, 0x4F, 0xCF, 0x47, 0xC7, 0xB8}, {17}, 0},
         {"a fourth digit is dropped", {0x38, 0x50, 0x51, 0x51, 0x4F, 0xB8}, {233}, 0},
         {"255 is the last", {0x38, 0x50, 0x4C, 0x4C, 0xB8, 0x38, 0x50, 0x4C, 0x4D, 0xB8}, {255}, 1},
-        {"leading zeros", {0x38, 0x52, 0x52, 0x47, 0xB8}, {7}, 0},
         {"a key between digits", {0x38, 0x4F, 0x1E, 0x47, 0xB8}, {0x1E00, 17}, 0},
         {"zero delivers nothing", {0x38, 0x52, 0xB8}, {}, 0},
         {"ctrl, then alt", {0x1D, 0x38, 0x2E, 0xB8, 0x2E, 0x9D}, {0x2E00, 'c'}, 1},
@@ -181,67 +157,6 @@ TEST(Keyboards, Window) {
         plex::lastscan = alt ? 1 : 0;
         EXPECT_EQ(plex::ProcessRelease(&event), 0);
         EXPECT_EQ(plex::lascan(), alt ? 0 : 1);
-    }
-}
-
-// The terminal library on a terminal of the test's own.
-TEST(Keyboards, Terminal) {
-    setlocale(LC_ALL, "C.UTF-8");
-    int master = -1;
-    int slave = -1;
-    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, nullptr), 0);
-    FILE *file = fdopen(slave, "r+");
-    set_escdelay(25);
-    SCREEN *term = newterm("xterm", file, file);
-    raw();
-    nonl();
-    keypad(stdscr, TRUE);
-    nodelay(stdscr, TRUE);
-    plex::definekeys();
-    const auto makes = [&](const std::string &bytes, const std::vector<int> &want) {
-        EXPECT_EQ(write(master, bytes.data(), bytes.size()), ssize_t(bytes.size()));
-        EXPECT_TRUE(test::readable(slave));
-        std::vector<int> keys;
-        for (int key = 0; (key = plex::nextviewkey()) != 0;) {
-            keys.push_back(key);
-        }
-        EXPECT_EQ(keys, want) << testing::PrintToString(bytes);
-    };
-    for (const Key &key : keyboard()) {
-        for (int m = 0; m < 4; m++) {
-            const bool lost = m == 3 && (key.kind == cursor || key.kind == other);
-            if (!key.sent[m].empty()) {
-                makes(key.sent[m], lost ? std::vector<int>{} : std::vector<int>{key.code[m]});
-            }
-        }
-    }
-    makes("\033;", {27, ';'});
-    makes("\033\033OA", {});
-    makes("\033[1;4A", {}); // two modifiers
-    makes("é", {0x82});
-    makes("♥€", {});
-    makes("\b\x1D", {8, plex::QUITKEY});
-    endwin();
-    delscreen(term);
-    fclose(file);
-    close(master);
-}
-
-// Python has the table, but for the pictures of the control characters.
-TEST(CodePage, IsTheRealOne) {
-    const auto python = test::Program({"python3", "-Xutf8", "-c", R"(import sys
-pictures = ' ☺☻♥♦♣♠•◘○◙♂♀♪♫☼►◄↕‼¶§▬↨↑↓→←∟↔▲▼'
-text = pictures + bytes(range(32, 127)).decode() + '⌂' + bytes(range(128, 255)).decode('cp437')
-sys.stdout.buffer.write((text + ' ').encode('utf-32-le')))"})
-                            .wait();
-    ASSERT_EQ(python.out.size(), 1024U) << python.err;
-    for (int c = 0; c < 256; c++) {
-        wchar_t want = 0;
-        memcpy(&want, &python.out[4 * static_cast<size_t>(c)], 4);
-        EXPECT_EQ(plex::fromcp437(static_cast<unsigned char>(c)), want) << c;
-        EXPECT_EQ(plex::tocp437(static_cast<wint_t>(want)), c == 0 || c == 255 ? 32
-                                                            : c < 32           ? -1
-                                                                               : c);
     }
 }
 

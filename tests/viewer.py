@@ -74,12 +74,32 @@ class Viewer(DaemonSuite):
             self.eventually(lambda want=want: cursor() == want, cursor)
         image[4000 + 25] = 1
         self.eventually(lambda: image[4000 + 25] == 0, "what is asked for is not drawn")
-        # Keys that have no code, as other terminals send them: no part of them is typed. The last is cut off by a key.
-        odd = (("-l", f"\x1b{sent}x") for sent in ("[7^", "[7$", "Oa", "[[Z", "\x1b[A", "[99;9~"))
-        for keys, code in ((["C-F5"], 0x6200), (["é"], 0x82), *((keys, ord("x")) for keys in odd),
-                           (["-l", "\x1b[\x1bOP"], 0x3B00)):
-            viewer.keys(*keys)
-            self.assertEqual(link.recv(4), struct.pack("i", code), keys)
+        text = " ☺☻♥♦♣♠•◘○◙♂♀♪♫☼►◄↕‼¶§▬↨↑↓→←∟↔▲▼" + bytes(range(32, 127)).decode() + "⌂"
+        text += bytes(range(128, 255)).decode("cp437")
+        for row, first in enumerate(range(1, 255, 64), 8):  # all characters
+            chars = range(first, min(first + 64, 255))
+            image[row * ROW:row * ROW + 2 * len(chars)] = b"".join(bytes((char, 7)) for char in chars)
+            viewer.shows(re.escape(text[first:first + 64]))
+        # What is sent, and its key code; 0 for a key that has none, of which no part is typed.
+        keys = [(sent, 0) for sent in ("\x1b[7^", "\x1b[7$", "\x1bOa", "\x1b[[Z", "\x1b\x1b[A", "\x1b\x1bOA",
+                                       "\x1b[99;9~", "\x1b[1;4A", "♥€", "\x1b[")]  # the last one is cut off by a key
+        keys += [("\x1bOP", 0x3B00), ("é", 0x82), ("\x7f", 8), ("\b", 8), ("\t", 9), ("\x1b[Z", 0x0F00), ("\r", 13),
+                 ("\x1b", 27), (";", 0x3B), ("\x03", 3), ("Q", 0x51)]
+        rows = (0x78, "1234567890"), (0x10, "qwertyuiop"), (0x1E, "asdfghjkl"), (0x2C, "zxcvbnm")
+        keys += [("\x1b" + key, first + i << 8) for first, row in rows for i, key in enumerate(row)]
+        specials = [(end, (0x3B + i, 0x54 + i, 0x68 + i, 0x5E + i)) for i, end in enumerate(
+            ("1P", "1Q", "1R", "1S", "15~", "17~", "18~", "19~", "20~", "21~"))]
+        specials += [(end, (plain, plain, 0, ctrl)) for end, plain, ctrl in (
+            ("2~", 0x52, 0x52), ("3~", 0x53, 0x53), ("1H", 0x47, 0x77), ("1A", 0x48, 0x8D), ("5~", 0x49, 0x84),
+            ("1D", 0x4B, 0x73), ("1C", 0x4D, 0x74), ("1F", 0x4F, 0x75), ("1B", 0x50, 0x91), ("6~", 0x51, 0x76))]
+        for end, codes in specials:  # by itself, with Shift, Alt, Ctrl
+            own = {"1H": "[1~", "1F": "[4~"}.get(end) or ("O" + end[1] if end[1].isalpha() else "[" + end)
+            sent = ["\x1b" + own, *(f"\x1b[{end[:-1]};{modifier}{end[-1]}" for modifier in (2, 3, 5))]
+            keys += [(one, code << 8) for one, code in zip(sent, codes)]
+        viewer.keys("-l", "".join(sent for sent, _ in keys))
+        for sent, code in keys:
+            if code:
+                self.assertEqual(link.recv(4), struct.pack("i", code), repr(sent))
         pasted = "".join(chr(ord("a") + i % 26) for i in range(1200))
         viewer.tmux("set-buffer", pasted)
         viewer.tmux("paste-buffer", "-t", "v")

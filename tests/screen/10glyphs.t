@@ -1,15 +1,12 @@
 # A glyph takes the current attribute and marks its row.
 reset shared / setatr 31 / print "ab"
-screen 0 0 |ab.| / attrs 0 0 1f*2 07 / at 2 0 / flags 0 / rest 0 0 1 0
+screen 0 0 |ab.| / attrs 0 0 0x1f*2 0x07 / at 2 0 / flags 0 / rest 0 0 1 0
 # Only six control characters are no glyphs.
 reset / print "\x01\x09\x0b\x1f\x7f\x9b and on" / screen 0 0 |	› and on.|
 # The wrap is immediate: the screen's last cell scrolls it.
 reset shared / locate 75 24 / print "12345"
 at 0 24 / screen 75 23 |12345|     |
 flags 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24
-# A cursor out of place stores nothing out of place.
-reset / locate 200 200 / print "lost, all of it\b\e[K\e[J" / rest 0 0 -1 -1
-locate 0 255 / print "\b\b\b\e[Kx" / rest 0 0 -1 -1
 # What print calls return, and where they print. Two format twice, the second time bare.
 reset x / print "50%" / is count 3 / calls update:0 / print "" / is count 0 / at 3 0
 proff 10 5 / prat 2 3 "100%% %d %" / is count 9 / screen 12 8 |100% %d %.|

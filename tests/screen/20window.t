@@ -11,14 +11,11 @@ reset / print "\e[20;25r" / setwin 10 5 14 8 1 / locate 10 5
 print "ab\ncd\nef\ngh\nij" / screen 10 5 |ab...|cd...|ef...|ij   |.....|
 # Narrow windows scroll by themselves, and are cleared to their edges; also when they have one row.
 reset / setatr 32 / setwin 10 5 19 8 1 / locate 10 8 / print "0123456789\n" / rest 10 5 19 8
-screen 9 6 |.0123456789.|.          .|.          .| / attrs 9 7 07 20*10 07
-setwin 50 5 64 6 1 / locate 50 6 / print "\n" / screen 49 5 |................|.               .| / attrs 63 6 20*2 07
-setwin 30 5 33 6 1 / locate 30 6 / print "ab\n" / screen 29 5 |.ab..|.    .| / attrs 30 6 20*4 07
+screen 9 6 |.0123456789.|.          .|.          .| / attrs 9 7 0x07 0x20*10 0x07
+setwin 50 5 64 6 1 / locate 50 6 / print "\n" / screen 49 5 |................|.               .| / attrs 63 6 0x20*2 0x07
+setwin 30 5 33 6 1 / locate 30 6 / print "ab\n" / screen 29 5 |.ab..|.    .| / attrs 30 6 0x20*4 0x07
 setwin 70 5 74 5 1 / locate 70 5 / print "abc\n" / screen 69 5 |.     .| / print "x\f" / screen 69 5 |.     .|
 rest 10 5 74 8 / screen 69 4 |.......| / screen 69 6 |.......|
 # Whose buffer: the window's, and after rstwin the one before.
 reset / setbuf 1 1 5 5 1 / setwin 1 1 5 5 1 / locate 1 1 / print "s" / screen 1 1 |s|
 rstwin / locate 1 1 / print "b" / is private 98 / screen 1 1 |s| / rstwin / unfrez / is all 0
-# A window inside out: a movement ends at its right edge, and the rows that scroll are marked.
-reset shared / setwin 14 5 10 8 1 / locate 5 6 / print "\e[C" / at 10 6 / locate 10 8 / flags
-print "\n" / flags 5 6 7 8 / rest 0 0 -1 -1

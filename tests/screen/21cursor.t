@@ -4,7 +4,6 @@ locate 1 1 / rstloc / at 12 3
 locate 0 0 / cursact 0 / cursact 0 / print "abc" / at 3 0 / is column 0
 cursact 1 / is column 3
 cursact 0 / locate 7 7 / cursact 1 / cursact 9 / is row 7 / is column 7
-# Shapes.
 cursiz 1 / is shown 1 / cursiz 0 / is shown 0 / is cursz 0 / rstcur / is cursz 1 / is shown 1
 cursiz 7 / is cursz 1 / cursiz 2 / is cursz 2 / rstcur / is cursz 1
 reset / cursiz 2 / is shown 0

@@ -1,6 +1,3 @@
-# Sequences stay open between calls.
-reset / print "\e" / print "[" / is ansflg 6 / print "3" / is ansflg 14 / print ";1"
-print "1H" / is ansflg 0 / is lstcmd 72 / at 10 2
 # What is not understood is shown; another escape character starts anew. Bytes shown so mark no row.
 reset shared / print "\exy\e\e[3;1H\e[12;5q\e[1J\e[R\e[\x0d" / flags 0 / at 12 2
 screen 0 0 |xy.| / screen 0 2 |[q[J[R[.|
