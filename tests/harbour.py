@@ -314,8 +314,9 @@ class Harbour(blackbox.DaemonSuite):
         daemon = self.commands()[0]
         os.kill(daemon, signal.SIGSTOP)
         call.expect("The time for it is over.")
+        os.kill(children(daemon)[0], signal.SIGKILL)
         call.run("e", "Three")
-        os.kill(daemon, signal.SIGCONT)  # tells the end of the one before when the next one runs
+        os.kill(daemon, signal.SIGCONT)  # it tells that end now, as the next program begins
         call.expect("Three has ended with exit code 3.")
         self.quiet(1)
         call.expect("Are you there? This call ends in 1 seconds.")
