@@ -210,8 +210,8 @@ class Harbour(blackbox.DaemonSuite):
         spew("harbour.menu", "N|0|New|/bin/true\n")  # counts from the next call on
         self.call().run("n", "New has ended")
         call.send("x", shows="Nothing has ended with exit code 255.")
-        call.run("b", "Behind has ended.")
         call.run("k", "Killed was ended by signal 9 (Killed).")
+        call.run("b", "Behind has ended.")
         self.assertIn("Line 1: Killed was ended by signal 9 (Killed).\n", slurp("harbour.log"))
         for size, shown in ((132, 43), "s43 132\r\n"), ((40, 10), "10 40\r\n"), ((0, 0), "24 80\r\n"):
             call.send(IAC, WILL, NAWS, IAC, SB, NAWS, struct.pack(">HH", *size), IAC, SE)
@@ -264,7 +264,7 @@ class Harbour(blackbox.DaemonSuite):
         call.leave(1)
         self.open_(self.idle + 2)
         self.signal(signal.SIGKILL)  # as after a crash: nothing stays, all the same
-        self.noneleft()
+        self.eventually(lambda: not self.running(os.getpid()))
 
     def testHostileCallers(self):
         """The carrier is lost in every state, and behind whatever may have been sent."""
@@ -358,7 +358,7 @@ class Harbour(blackbox.DaemonSuite):
             one.expect("The board closes now. Goodbye.")
         self.assertEqual(self.wait(), (0, ""))
         self.assertEqual(sorted(os.listdir()), "cfg harbour.log harbour.menu pxhost.cfg stderr vosterd.log".split())
-        self.noneleft()
+        self.eventually(lambda: not self.running(os.getpid()))
 
     def testStartFailures(self):
         texts = slurp(f"{BUILD}/harbour.mcv")
@@ -382,7 +382,7 @@ class Harbour(blackbox.DaemonSuite):
                 self.board(ready=False, **{**change, "env": {"BBSLOG": "stdout", **change.get("env", {})}})
                 got = self.wait()
                 self.assertTrue(got[0] == code and said in got[1], got)
-                self.noneleft()
+                self.eventually(lambda: not self.running(os.getpid()))
                 os.unlink("harbour.mcv")
 
 
