@@ -21,8 +21,7 @@
 namespace harbour {
 namespace {
 
-constexpr milliseconds beat(50); // between two looks at the console's keys
-constexpr milliseconds parting(1000);
+constexpr milliseconds beat(50);  // between two looks at the console's keys
 constexpr milliseconds nap(1000); // while calls cannot even be refused
 constexpr int atonce = 64;        // calls taken in one turn
 
@@ -109,8 +108,8 @@ void catchsignals() {
 }
 
 // Milliseconds until something is to be done although nothing happens; -1: for ever.
-int quiet(Time atmost) {
-    Time next = std::min({due, answerdue(), atmost});
+int quiet() {
+    Time next = std::min(due, answerdue());
     if (listener.fd >= 0 && listener.asked == 0) {
         next = std::min(next, awake);
     }
@@ -122,10 +121,10 @@ int quiet(Time atmost) {
 }
 
 // One turn: what has come, then what has run out.
-void turn(Time atmost) {
+void turn() {
     std::array<epoll_event, 256> came;
-    const int n = epoll_pwait(epoll, came.data(), static_cast<int>(came.size()), quiet(atmost),
-                              &whilewaiting);
+    const int n =
+        epoll_pwait(epoll, came.data(), static_cast<int>(came.size()), quiet(), &whilewaiting);
     rightnow = Clock::now();
     for (int i = 0; i < n; i++) {
         const auto &event = came[static_cast<size_t>(i)];
@@ -201,23 +200,18 @@ void runboard(const std::string &at) {
     }
     plex::inform("listening at %s\n", at.c_str());
     while (ending == 0) {
-        turn(Time::max());
+        turn();
     }
     watch(listener, 0);
     close(listener.fd);
     listener.fd = -1;
-    const Time end = rightnow + parting;
     for (Line &line : lines) {
         endcall(line, T_CLOSING);
         settle(line);
     }
     const auto calling = [](const Line &l) { return l.state != State::none; };
-    while (rightnow < end && std::any_of(lines.begin(), lines.end(), calling)) {
-        turn(end);
-    }
-    for (Line &line : lines) {
-        line.lost = calling(line);
-        settle(line);
+    while (std::any_of(lines.begin(), lines.end(), calling)) {
+        turn(); // the goodbyes have their limits
     }
     plex::clstrm();
 }

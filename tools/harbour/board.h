@@ -27,7 +27,7 @@ void closedaemon();
 // Sends the daemon what it is asked, as far as it takes it. Where there is none one is started.
 void askdaemon();
 
-// When the daemon is to have answered.
+// When the daemon is to have answered, or one that starts is looked for again.
 Time answerdue();
 
 } // namespace harbour

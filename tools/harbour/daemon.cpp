@@ -10,20 +10,22 @@
 #include <cstring>
 #include <fcntl.h>
 #include <termios.h>
+#include <thread>
 
 namespace harbour {
 namespace {
 
 using plex::Link;
 
-constexpr milliseconds patience(10000); // for an answer
+constexpr milliseconds patience(10000); // for an answer, and for a start
+constexpr milliseconds pause(2);        // between two looks for a daemon that starts
 
 plex::OwnDaemon own;
 int sample = -1;            // a terminal as programs are to have it; its master stays open
 Watch link;                 // the connection
 plex::Hostpart part;        // of an item that is not whole
 std::deque<int> unanswered; // the usrnums of requests to run, the oldest first
-Time late;                  // when that one should have been
+Time late;                  // when that one should have been, or a connection made
 
 void lose(const std::string &why) {
     closedaemon();
@@ -51,24 +53,27 @@ void hear(int /*index*/, uint32_t /*events*/) {
     }
 }
 
-// Connects to a daemon that runs, or starts one, which takes a few milliseconds. Returns an empty
-// string, or what went wrong.
+// Comes closer to a connection: with a daemon that runs, else with one that is started, which may
+// take several calls. Returns an empty string, or what went wrong.
 std::string reach() {
-    own.home = ".";
-    own.kept = true;
-    own.input = sample;
-    own.link = plex::hostopen(".");
-    std::string why = own.link < 0 ? plex::startdaemon(own) : "";
-    if (why.empty() && own.link < 0) {
-        why = plex::awaitdaemon(own);
+    int joined = 0;
+    if (own.pid < 0) {
+        own = {".", -1, plex::hostopen("."), sample, true};
+        late = rightnow + patience;
+        const std::string why = own.link < 0 ? plex::startdaemon(own) : "";
+        if (!why.empty()) {
+            return why;
+        }
+    } else if ((joined = plex::joindaemon(own)) < 0 || (joined == 0 && rightnow >= late)) {
+        return joined < 0 ? "vosterd ended at once" : "vosterd does not start";
     }
-    if (why.empty()) {
+    if (own.link >= 0) {
         part = {};
         link = {own.link, hear, 0, 0};
         fcntl(own.link, F_SETFL, O_RDWR | O_NONBLOCK);
         watch(link, EPOLLIN);
     }
-    return why;
+    return "";
 }
 
 } // namespace
@@ -86,7 +91,12 @@ void opendaemon(bool utf8) {
     }
     settings.c_iflag |= utf8 ? IUTF8 : 0U;
     tcsetattr(sample, TCSANOW, &settings);
-    const std::string why = reach();
+    std::string why = reach();
+    while (why.empty() && own.link < 0) {
+        std::this_thread::sleep_for(pause);
+        rightnow = Clock::now();
+        why = reach();
+    }
     if (!why.empty()) {
         plex::fail(1, "%s", why.c_str());
     }
@@ -100,11 +110,13 @@ void closedaemon() {
 
 void askdaemon() {
     std::string why;
-    while (why.empty() && !asked.empty()) {
+    bool wait = false;
+    while (why.empty() && !wait && !asked.empty()) {
         const plex::servermsg &request = asked.front();
         const bool run = request.msgtyp == plex::MSG_RUN;
         if (own.link < 0 && run) {
             why = reach();
+            wait = own.link < 0; // for one that starts, while the board goes on
         } else if (own.link < 0 || plex::hostsend(own.link, request) == 0) {
             if (run) {
                 late = unanswered.empty() ? rightnow + patience : late;
@@ -112,7 +124,7 @@ void askdaemon() {
             }
             asked.pop_front();
         } else {
-            break; // full; or gone, which reading tells
+            wait = true; // full; or gone, which reading tells
         }
     }
     watch(link, EPOLLIN | (asked.empty() ? 0U : EPOLLOUT));
@@ -125,7 +137,8 @@ void askdaemon() {
 }
 
 Time answerdue() {
-    return unanswered.empty() ? Time::max() : late;
+    const bool starting = own.pid >= 0 && own.link < 0;
+    return starting ? rightnow + pause : unanswered.empty() ? Time::max() : late;
 }
 
 } // namespace harbour

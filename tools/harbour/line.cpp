@@ -112,7 +112,7 @@ std::string safename(const char *name) {
     std::string lower(name, strnlen(name, longest));
     plex::strlwr(lower.data());
     const size_t odd = lower.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789+-.");
-    return odd == lower.npos ? lower : "";
+    return odd == lower.npos && !lower.empty() ? lower : unnamed;
 }
 
 // What telnet finds in the caller's bytes, and has for him.

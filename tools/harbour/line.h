@@ -41,7 +41,9 @@ extern int epoll; // level-triggered; its events point to a Watch
 // again; so it is before it is closed.
 void watch(Watch &what, uint32_t events);
 
-constexpr winsize terminalsize = {24, 80, 0, 0}; // where a caller says nothing else
+// Where a caller says nothing else.
+constexpr winsize terminalsize = {24, 80, 0, 0};
+constexpr const char *unnamed = "ansi";
 
 // In the order of their names, O_NONE and so on.
 enum class State { none, language, charset, menu, starting, running, leaving };
@@ -56,9 +58,9 @@ struct Line {
     std::string tocaller;  // what the socket has no room for
     std::string toprogram; // and the terminal
 
-    std::string from;            // the caller's address
-    std::string terminal;        // what he says it is
-    winsize size = terminalsize; // of his window
+    std::string from;               // the caller's address
+    std::string terminal = unnamed; // what he says it is
+    winsize size = terminalsize;    // of his window
     int language = 0;
     bool utf8 = true;
     Menu menu;
@@ -73,8 +75,7 @@ struct Line {
     uint64_t before = 0; // what had been shown by then
 
     Time called;        // the call's begin
-    Time began;         // the state's
-    Time active;        // the last key at the menu
+    Time active;        // the state's begin, or the last key at the menu
     Time until;         // when the program, the wait for its end, or the goodbye is over
     Time warned;        // the end that he was warned of
     uint64_t typed = 0; // bytes each way in this call

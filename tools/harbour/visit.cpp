@@ -45,7 +45,7 @@ Time plus(Time from, milliseconds time) {
 
 void enter(Line &line, State state, Time until = Time::max()) {
     line.state = state;
-    line.began = line.active = rightnow;
+    line.active = rightnow;
     line.until = until;
     due = rightnow;
 }
@@ -117,7 +117,7 @@ void startprogram(Line &line, const Entry &entry) {
     static int serial = 0;
     std::string command = entry.command;
     for (size_t at = 0; (at = command.find("%t", at)) != command.npos;) {
-        command.replace(at, 2, line.terminal.empty() ? "ansi" : line.terminal);
+        command.replace(at, 2, line.terminal);
     }
     const auto count = static_cast<int>(lines.size());
     serial = (serial + 1) % (INT_MAX / count);
@@ -209,7 +209,7 @@ Limit limitof(const Line &line) {
     }
     if (line.busy()) {
         const Time end = std::min(line.until, call);
-        return {end, end - line.began, T_TIMEWARNING};
+        return {end, end - line.active, T_TIMEWARNING};
     }
     return idle < call ? Limit{idle, rules.idle, T_IDLEWARNING}
                        : Limit{call, rules.call, T_TIMEWARNING};
