@@ -83,23 +83,11 @@ class Call:
         self.socket.close()
 
 
-class Screen:
-    """A terminal that tmux keeps."""
-
-    def __init__(self, command, columns="80", rows="26"):
-        self.tmux("new-session", "-d", "-x", columns, "-y", rows, command + "; echo status=$?; exec cat")
-
-    def tmux(self, *args):
-        return subprocess.run(["tmux", "-u", "-S", "./tmux", "-f", "/dev/null", *args], capture_output=True,
-                              text=True, check=False, env={**os.environ, "LC_ALL": "C.UTF-8", "SHELL": "/bin/sh"}).stdout
-
+class Screen(blackbox.Screen):
     def keys(self, *keys, shows):
         """Presses keys, after which the screen comes to show this"""
-        self.tmux("send-keys", *keys)
-        end = time.monotonic() + 2 * PATIENCE
-        while not re.search(shows, shown := self.tmux("capture-pane", "-p")):
-            assert time.monotonic() < end, f"no {shows!r} in\n{shown}\n{slurp('harbour.log')}"
-            time.sleep(0.01)
+        super().keys(*keys)
+        self.shows(shows)
 
 
 class Harbour(blackbox.DaemonSuite):
@@ -138,7 +126,7 @@ class Harbour(blackbox.DaemonSuite):
         self.start("--demo", env={"BBSDISP": "nullcon", "BBSLOG": "stdout", "TMPDIR": self.home, "BBSCONFIG": None},
                    stdout=open("out", "w", encoding="ascii"))
         self.eventually(lambda: "end it with" in slurp("out"), lambda: slurp("out"))
-        caller = Screen(re.search(r"telnet [\d.]+ \d+", slurp("out"))[0], "91", "33")
+        caller = Screen("screen", re.search(r"telnet [\d.]+ \d+", slurp("out"))[0], "91", "33")
         caller.keys(shows="3  Deutsch, farbig")
         caller.keys("3", shows="1  ┌─┬─┐ ╔═╦═╗ ░▒▓█ äöü ß")
         caller.keys("1", shows=r"│  harbour +Leitung 1  +│(?s:.*)Ihre Wahl:")
@@ -157,7 +145,7 @@ class Harbour(blackbox.DaemonSuite):
     def testOperator(self):
         blackbox.libc.unshare(CLONE_NEWIPC)  # for root, who has one segment for all his consoles
         self.board(env={"BBSDISP": "viewer"})
-        operator = Screen(f"{BUILD}/plexview {self.home}")
+        operator = Screen("screen", f"{BUILD}/plexview {self.home}")
         operator.keys(shows=r"harbour +127.0.0.1:\d+ +0 of 32 lines +\d\d-[A-Z]{3}-\d\d \d\d:\d\d:\d\d\n"
                       r" Line  State +From +Program +On for +In +Out\n +1  free\n(?s:.*)\n +16  free\n"
                       r"─{80}\n\n\n\n\n\n +↑↓ choose   V view   M message   K end program   D end call   Q end all")
