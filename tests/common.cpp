@@ -254,6 +254,7 @@ TEST(Messages, OneLanguageAndTheBuffer) {
 
 TEST(Messages, NoMoreIsReadThanIsAskedFor) {
     const test::Home home;
+    speak({"English/ANSI", "French/ANSI"});
     open("language A\nlanguage B\nmessage\ntext A\n|a\ntext B\n|b\n");
     done();
     const std::string io = test::slurp("/proc/self/io"); // counts what is read, this too
