@@ -83,6 +83,7 @@ class Plexrun(DaemonSuite):
                 ('(read x; "$0" cat; cat) <input; echo $?', "two\n0\n"),
                 ('"$0" echo new >>input; cat input', "one\ntwo\nnew\n"),
                 ('unset PATH; "$0" echo found', "found\n"),
+                ('PATH=.:/bin "$0" tmp 2>&1; echo $?', "plexrun: tmp: Permission denied\n126\n"),  # a directory
                 ('"$0" yes | head -1; echo ${PIPESTATUS[0]}', "y\n141\n"),
                 ('"$0" -c /usr/bin/yes </dev/null | head -1; echo ${PIPESTATUS[0]}', "y\r\n141\n"),
                 ('"$0" seq 9 >/dev/full; echo $?', "1\n"),
