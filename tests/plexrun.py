@@ -87,6 +87,7 @@ class Plexrun(DaemonSuite):
                 ('"$0" yes | head -1; echo ${PIPESTATUS[0]}', "y\n141\n"),
                 ('"$0" -c /usr/bin/yes </dev/null | head -1; echo ${PIPESTATUS[0]}', "y\r\n141\n"),
                 ('"$0" seq 9 >/dev/full; echo $?', "1\n"),
+                ('"$0" cat <&-; echo $?', "0\n"),
                 ('"$0" -c "/usr/bin/seq 9" >/dev/full; echo $?', "125\n"),
                 ('printf "one\\ntwo" | "$0" -c "/usr/bin/tail -n 1"', "one\r\ntwotwo"),  # and what a terminal echoes
                 ('"$0" -c /bin/cat <.; echo $?', "0\n"),  # what cannot be read is at its end
