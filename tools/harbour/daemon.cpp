@@ -60,7 +60,7 @@ std::string reach() {
     if (own.pid < 0) {
         own = {".", -1, plex::hostopen("."), sample, true};
         late = rightnow + patience;
-        const std::string why = own.link < 0 ? plex::startdaemon(own) : "";
+        std::string why = own.link < 0 ? plex::startdaemon(own) : "";
         if (!why.empty()) {
             return why;
         }
