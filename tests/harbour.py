@@ -128,7 +128,7 @@ class Harbour(blackbox.DaemonSuite):
         self.eventually(lambda: "end it with" in slurp("out"), lambda: slurp("out"))
         caller = Screen("screen", re.search(r"telnet [\d.]+ \d+", slurp("out"))[0], "91", "33")
         caller.keys(shows="3  Deutsch, farbig")
-        caller.keys("3", shows="1  ┌─┬─┐ ╔═╦═╗ ░▒▓█ äöü ß")
+        caller.keys("4", "3", shows="1  ┌─┬─┐ ╔═╦═╗ ░▒▓█ äöü ß")
         caller.keys("1", shows=r"│  harbour +Leitung 1  +│(?s:.*)Ihre Wahl:")
         caller.keys("w", shows=r"\n1     \(am Menü\) +0:00\n")
         caller.keys("s", shows=r"erase = \^\?;(?s:.*)eof = \^D;(?s:.*) iutf8(?s:.*)My terminal's settings ist zu Ende")
