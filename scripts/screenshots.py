@@ -28,7 +28,7 @@ class Screen:
         fonts = "/usr/share/fonts/X11/misc," + root + "/fonts,built-ins"
         self.file = os.path.join(home, "Xvfb_screen0")
         self.server = subprocess.Popen(
-            ["Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-fp", fonts,
+            ["Xvfb", "-displayfd", "1", "-nolisten", "tcp", "-noreset", "-nocursor", "-fp", fonts,
              "-screen", "0", "%dx%dx24" % (width, height), "-fbdir", home],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
         number = self.server.stdout.readline().decode().strip()
