@@ -64,7 +64,8 @@ class Call:
         text = text if isinstance(text, bytes) else text.encode()
         end = time.monotonic() + 2 * PATIENCE
         while text not in self.seen:
-            assert time.monotonic() < end and self.read(), f"no {text!r} in {self.seen[-2000:]!r}, closed: {self.closed}"
+            assert time.monotonic() < end and self.read(), \
+                f"no {text!r} in {self.seen[-2000:]!r}, closed: {self.closed}\n" + slurp("harbour.log")[-2000:]
         before, _, self.seen = self.seen.partition(text)
         return before
 
