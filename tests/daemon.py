@@ -248,13 +248,14 @@ class Link(DaemonSuite):
         os.chmod(".", 0o755)
         program = "import socket; s = socket.socket(socket.AF_UNIX); s.connect('vosterd.socket'); print(s.recv(9))"
         who = {"user": NOBODY, "group": NOBODY, "extra_groups": []} if os.getuid() == 0 else {}
-        env = {"BBSHOST": "daemon"}  # neither this user nor the stranger that root has
-        self.start(env=env)
-        self.eventually(lambda: os.path.exists("vosterd.socket"))
-        for _ in range(3):
-            self.assertEqual(self.ended(self.popen(sys.executable, "-c", program, **who))[1], "b''\n")
-        self.signal(signal.SIGTERM)  # also while it waits for its host
-        self.assertEqual((self.wait(), sorted(os.listdir())), ((115, ""), ["cfg", "stderr"]))
+        for name in "root", "daemon":  # neither is this user, nor the stranger that root has
+            env = {"BBSHOST": name}
+            self.start(env=env)
+            self.eventually(lambda: os.path.exists("vosterd.socket"))
+            for _ in range(3):
+                self.assertEqual(self.ended(self.popen(sys.executable, "-c", program, **who))[1], "b''\n")
+            self.signal(signal.SIGTERM)  # also while it waits for its host
+            self.assertEqual((self.wait(), sorted(os.listdir())), ((115, ""), ["cfg", "stderr"]))
         if os.getuid() == 0:  # who may always be
             self.begin(env=env)
             self.assertEqual(self.output(1, "/bin/echo a"), "a\r\n")
