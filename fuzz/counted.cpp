@@ -12,10 +12,10 @@ extern "C" int __real_LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" int __wrap_LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static const char *const path = getenv("FUZZ_BYTES");
     static const int file = path != nullptr ? open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666) : -1;
-    static uint64_t bytes;
-    if (bytes == 0 && pread(file, &bytes, sizeof bytes, 0) < 0) {
-        bytes = 0;
-    }
+    static uint64_t bytes = [] {
+        uint64_t before = 0;
+        return pread(file, &before, sizeof before, 0) == sizeof before ? before : 0;
+    }();
     bytes += size;
     if (file >= 0 && pwrite(file, &bytes, sizeof bytes, 0) < 0) {
         abort();
