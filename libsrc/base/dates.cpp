@@ -138,7 +138,6 @@ int dctime(const char *text) {
     int minute = 0;
     int second = 0;
     if (sscanf(text, "%d:%d:%d", &hour, &minute, &second) != 3) {
-        second = 0;
         if (sscanf(text, "%d:%d", &hour, &minute) != 2) {
             return -1;
         }

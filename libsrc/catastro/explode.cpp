@@ -34,22 +34,15 @@ void moverun(unsigned char *scr, int64_t dstrow, int64_t dstcol, const unsigned 
             src + (srcrow * scrcols + srccol + cut) * 2, static_cast<size_t>(len) * 2);
 }
 
-void shade(unsigned char *scr, int64_t row, int64_t col) {
-    if (row >= 0 && row < scrrows && col >= 0 && col < scrcols) {
-        scr[(row * scrcols + col) * 2 + 1] &= shadowbits;
-    }
-}
-
+// Below and to the right, as far as there is a screen.
 void dropshadow(unsigned char *scr, int64_t tux, int64_t tuy, int64_t lrx, int64_t lry) {
-    for (int col = 0; col < scrcols && lry < scrrows - 1; col++) {
-        if (col >= tux + 2 && col <= lrx) {
-            shade(scr, lry + 1, col);
-        }
-    }
-    for (int row = 0; row < scrrows && lrx < scrcols - 1; row++) {
-        if (row >= tuy + 1 && row <= lry + 1) {
-            shade(scr, row, lrx + 1);
-            shade(scr, row, lrx + 2); // cut off at the screen's edge
+    for (int row = 0; row < scrrows; row++) {
+        for (int col = 0; col < scrcols; col++) {
+            const bool below = row == lry + 1 && col >= tux + 2 && col <= lrx;
+            const bool beside = row > tuy && row <= lry + 1 && (col == lrx + 1 || col == lrx + 2);
+            if (below || beside) {
+                scr[(row * scrcols + col) * 2 + 1] &= shadowbits;
+            }
         }
     }
 }

@@ -217,7 +217,7 @@ int32_t quemode(int32_t fd, kd_quemode *mode) {
 
 int32_t drain() {
     const auto within = [](int32_t i) { return i >= 0 && i < queue.xq_size; };
-    if (keyboard < 0 || !taken || !within(queue.xq_head) || !within(queue.xq_tail)) {
+    if (!within(queue.xq_head) || !within(queue.xq_tail)) {
         queue.xq_head = queue.xq_tail = 0; // indices that lead nowhere: begin anew
         return 0;
     }

@@ -37,12 +37,13 @@ Link receive(int link, int flags, unsigned char *room, Hostbytes &in) {
     do {
         n = recv_bytes(link, room, in.left, flags, &in.fd);
     } while (n < 0 && errno == EINTR);
-    if (n == 0 || (n < 0 && errno == ECONNRESET)) { // reset: it left with requests unread
-        return Link::ended;
-    }
     in.at = room;
-    in.left = n < 0 ? 0 : static_cast<size_t>(n);
-    return n < 0 ? Link::failed : Link::got;
+    in.left = static_cast<size_t>(std::max<ssize_t>(n, 0));
+    if (n > 0) {
+        return Link::got;
+    }
+    // Reset: it left with requests unread.
+    return n == 0 || errno == ECONNRESET ? Link::ended : Link::failed;
 }
 
 // What comes where a record's byte should: false, and closed, when a descriptor did.

@@ -7,6 +7,7 @@
 #include "libunix/common/tmpfil.h"
 #include "libunix/runtime/log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -44,7 +45,7 @@ void gfinit() {
         fopavl = fewstreams;
     } else {
         constexpr rlim_t most = INT32_MAX;
-        fopavl = static_cast<int>(limit.rlim_cur < most ? limit.rlim_cur : most);
+        fopavl = static_cast<int>(std::min(limit.rlim_cur, most));
     }
 }
 
