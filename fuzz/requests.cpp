@@ -92,7 +92,7 @@ int acceptfd(int /*servfd*/) {
 }
 
 // The host's library wants it; nobody calls it here.
-int fdserver(const char * /*path*/) {
+int consoc(const char * /*path*/) {
     return -1;
 }
 

@@ -5,7 +5,6 @@
 #include "libunix/host/hostlink.h"
 
 #include "libunix/plumbing/csfd.h"
-#include "libunix/runtime/process.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -14,22 +13,11 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 namespace plex {
 namespace {
-
-// A daemon that starts refuses for the moment between making its endpoint and listening on it; one
-// that left its endpoint behind refuses for good.
-constexpr int tries = 50;
-constexpr unsigned pause = 1000; // microseconds between two
-
-bool issocket(int fd) {
-    struct stat st = {};
-    return fstat(fd, &st) == 0 && S_ISSOCK(st.st_mode);
-}
 
 // One read of up to `in.left` bytes into `room`: what came, in `in`.
 Link receive(int link, int flags, unsigned char *room, Hostbytes &in) {
@@ -86,21 +74,8 @@ int hostopen(const char *home) {
         return -1;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + ENDPOINT;
-    int link = -1;
-    int cause = 0;
-    for (int i = 0; i < tries; i++) {
-        link = fdserver(path.c_str());
-        cause = errno;
-        if (link >= 0 || cause != ECONNREFUSED) {
-            break;
-        }
-        delay(pause);
-    }
-    if (link >= 0 && !issocket(link)) {
-        close(link);
-        link = -1;
-        cause = ENOTSOCK;
-    }
+    const int link = consoc(path.c_str());
+    const int cause = errno;
     close(dir);
     errno = cause;
     return link;

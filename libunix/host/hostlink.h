@@ -33,9 +33,10 @@ enum class Link {
 const char *linktext(Link link);
 
 // Connects to the daemon whose home directory is `home`. Returns the link, the caller's own and
-// closed by an exec, or -1 with errno: ENOENT when there is no endpoint, ENOTSOCK when what has its
-// name is none, ECONNREFUSED when it was left behind. A daemon that has its host already does not
-// say so: the link then stays silent.
+// closed by an exec, or -1 with errno: ENOENT when there is no endpoint, ECONNREFUSED when nobody
+// listens at it. While a daemon starts it is the one and then, for a moment, the other: who has
+// started one tries again. A daemon that has its host already does not say so: the link then stays
+// silent.
 int hostopen(const char *home);
 
 // Sends a request whole. 0, or -1 with errno; EPIPE (never SIGPIPE) when the daemon is gone, EAGAIN

@@ -70,23 +70,22 @@ int acceptfd(int servfd) {
     return fd;
 }
 
+int consoc(const char *path) {
+    sockaddr_un addr;
+    const int fd = setaddress(addr, path) ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+    if (fd >= 0 && connect(fd, generic(addr), sizeof addr) < 0) {
+        const int cause = errno;
+        close(fd);
+        errno = cause;
+        return -1;
+    }
+    return fd;
+}
+
 int fdserver(const char *path) {
     struct stat st = {};
-    int fd = -1;
-    if (stat(path, &st) == 0 && S_ISSOCK(st.st_mode)) {
-        sockaddr_un addr;
-        if (setaddress(addr, path)) {
-            fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        }
-        if (fd >= 0 && connect(fd, generic(addr), sizeof addr) < 0) {
-            const int cause = errno;
-            close(fd);
-            errno = cause;
-            fd = -1;
-        }
-    } else {
-        fd = open(path, O_RDWR | O_CLOEXEC);
-    }
+    const bool endpoint = stat(path, &st) == 0 && S_ISSOCK(st.st_mode);
+    const int fd = endpoint ? consoc(path) : open(path, O_RDWR | O_CLOEXEC);
     if (fd < 0) {
         inform("fdserver:open: %s", strerror(errno)); // deliberately no line end
     }

@@ -14,8 +14,11 @@ int lsnsoc(const char *filename);
 // line in the log.
 int acceptfd(int servfd);
 
-// Opens the endpoint `path` from the other side, or, when it is no endpoint, the file itself:
-// a descriptor open for reading and writing, or -1 with an item in the log.
+// Opens the endpoint `path` from the other side, quietly: a descriptor open for reading and
+// writing, or -1 with errno.
+int consoc(const char *path);
+
+// The same, or when `path` is no endpoint the file itself; a failure is an item in the log too.
 int fdserver(const char *path);
 
 } // namespace plex
