@@ -31,8 +31,8 @@ int joindaemon(OwnDaemon &own);
 // or what went wrong.
 std::string awaitdaemon(OwnDaemon &own);
 
-// Closes the link, which ends the daemon and its commands, waits for it, removes a home that is not
-// kept. What was never made is passed over.
+// Closes the link, which ends the daemon and its commands, waits for it, removes its endpoint and a
+// home that is not kept. What was never made is passed over.
 void stopdaemon(OwnDaemon &own);
 
 } // namespace plex
