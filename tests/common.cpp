@@ -120,11 +120,13 @@ TEST(Scanner, Lines) {
     EXPECT_EQ(std::string(plex::tfspth), std::string("d/") + plex::tfsfb.name);
     EXPECT_EQ(scan("d/*.y"), "0:0");
     const int unused = test::nextfd();
-    EXPECT_EQ(plex::tfsopn("d/*"), 2);
-    EXPECT_EQ(plex::tfsrdl() + plex::tfsrdl(), 2 + 3);
-    plex::tfsabt();
-    EXPECT_EQ(plex::tfsrdl(), 0);
-    EXPECT_EQ(test::nextfd(), unused);
+    for (const auto stop : {plex::tfsabt, +[] { plex::tfsopn("none"); }}) {
+        EXPECT_EQ(plex::tfsopn("d/*"), 2);
+        EXPECT_EQ(plex::tfsrdl() + plex::tfsrdl(), 2 + 3);
+        stop();
+        EXPECT_EQ(plex::tfsrdl(), 0);
+        EXPECT_EQ(test::nextfd(), unused);
+    }
 }
 
 TEST(Scanner, FatalErrors) {

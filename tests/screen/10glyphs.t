@@ -9,6 +9,6 @@ at 0 24 / screen 75 23 |12345|     |
 flags 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24
 # What print calls return, and where they print. Two format twice, the second time bare.
 reset x / print "50%" / is count 3 / calls update:0 / print "" / is count 0 / at 3 0
-proff 10 5 / prat 2 3 "100%% %d %" / is count 9 / screen 12 8 |100% %d %.|
+proff 9 4 / prat 3 4 "100%% %d %" / is count 9 / screen 12 8 |100% %d %.|
 printfat 70 24 "100%% wraps here" / is count 16 / screen 70 23 |100%% wrap| / screen 0 24 |s here  |
 rstloc / at 21 8 / pat 0 0 "top" / is count 3 / screen 0 0 |top|

@@ -1,5 +1,5 @@
 # One window is remembered.
-reset / setwin 1 1 5 5 1 / setwin 2 2 6 6 0 / rstwin / is wleft 1 / is wscrol 1 / rstwin / is wleft 1
+reset / setwin 1 1 5 5 1 / setwin 2 2 6 6 0 / rstwin / is wleft 1 / is wright 5 / is wscrol 1 / rstwin / is wright 5
 # Nothing reaches beyond the screen, or runs away in a window that is inside out.
 setwin 0 0 200 200 1 / is wright 79 / is wbottom 24
 setwin 70 20 60 10 1 / print "x\n\n\f\e[2J\e[K\e[J\e[5;5Hx\b\b\eM\eD" / rest 0 0 79 24
