@@ -27,7 +27,7 @@ using fuzz::speak;
 std::string fatal(const std::function<void()> &body) {
     const test::Outcome o =
         test::inchild([&] { fuzz::survives(body) || fputs(fuzz::said.c_str(), stdout); });
-    return o.code() == 0 ? o.out : "status " + std::to_string(o.code()) + " " + o.err;
+    return o.status == 0 ? o.out : "status " + std::to_string(o.status) + " " + o.err;
 }
 
 // The names that qualify, sorted; those of directories with a "/".

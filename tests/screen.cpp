@@ -123,7 +123,7 @@ void fatal(const Line &line) {
         ways.at(line.word)();
         plex::catastro("%s", line.text.c_str());
     });
-    status = outcome.code();
+    status = outcome.status;
     told = outcome.out + test::slurp("CATASTRO.TXT") + test::slurp("log");
     std::filesystem::remove("CATASTRO.TXT");
     show(shots.frames);

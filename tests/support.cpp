@@ -50,19 +50,13 @@ bool eventually(const std::function<bool()> &done) {
     return true;
 }
 
-bool readable(int fd, int milliseconds) {
-    pollfd pfd = {fd, POLLIN, 0};
-    int n = -1;
-    while ((n = poll(&pfd, 1, milliseconds)) < 0 && errno == EINTR) {
-    }
-    return n > 0;
-}
-
-std::string take(int fd, size_t len) {
+// Reads `most` bytes at most, or as many as come before the end, or before patience runs out.
+static std::string take(int fd, size_t most = SIZE_MAX) {
     std::string text;
-    while (text.size() < len && readable(fd)) {
+    pollfd pfd = {fd, POLLIN, 0};
+    while (text.size() < most && poll(&pfd, 1, patience) != 0) {
         char buf[4096];
-        const ssize_t n = read(fd, buf, std::min(sizeof buf, len - text.size()));
+        const ssize_t n = read(fd, buf, std::min(sizeof buf, most - text.size()));
         if (n == 0 || (n < 0 && errno != EINTR)) {
             break;
         }
@@ -105,7 +99,7 @@ Outcome inchild(const std::function<void()> &body) {
     }
     close(pipes[1]);
     close(pipes[3]);
-    Outcome outcome = {take(pipes[0]), take(pipes[2])};
+    Outcome outcome = {take(pipes[0]), take(pipes[2]), 0};
     close(pipes[0]);
     close(pipes[2]);
     int status = 0;
@@ -117,19 +111,9 @@ Outcome inchild(const std::function<void()> &body) {
     return outcome;
 }
 
-Outcome Program::wait() const {
-    return inchild([&] {
-        std::vector<char *> args(argv.size() + 1);
-        for (size_t i = 0; i < argv.size(); i++) {
-            args[i] = const_cast<char *>(argv[i].c_str());
-        }
-        execvp(args[0], args.data());
-    });
-}
-
 std::string told(const std::function<void()> &body) {
     const Outcome o = inchild(body);
-    return o.out + "|" + o.err + "|" + std::to_string(o.code());
+    return o.out + "|" + o.err + "|" + std::to_string(o.status);
 }
 
 void say(std::initializer_list<int> results) {

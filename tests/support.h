@@ -6,7 +6,6 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
-#include <vector>
 
 namespace test {
 
@@ -31,12 +30,7 @@ void spew(const std::string &path, std::string_view text);
 // Polls `done` until it holds; false when patience ran out.
 bool eventually(const std::function<bool()> &done);
 
-// Waits until `fd` can be read (or is at its end); false when patience ran out.
-bool readable(int fd, int milliseconds = patience);
-
-// Reads `most` bytes at most, or until `text` has come; less when the end of the stream or patience
-// comes first.
-std::string take(int fd, size_t most = SIZE_MAX);
+// Reads until `text` has come; less when the end of the stream or patience comes first.
 std::string expect(int fd, const std::string &text);
 
 // The descriptor that would be opened next: the same as before when nothing was left open.
@@ -45,9 +39,7 @@ int nextfd();
 // How a child ended (its exit code, or 128 + the signal that ended it), and what it wrote.
 struct Outcome {
     std::string out, err;
-    int status = -1;
-
-    int code() const { return status; }
+    int status;
 };
 
 // Runs `body` in a forked child, which exits 0 when it returns and is killed when it outlives
@@ -55,13 +47,6 @@ struct Outcome {
 // when it says more on its standard error than a pipe holds.
 Outcome inchild(const std::function<void()> &body);
 std::string told(const std::function<void()> &body); // the same as "OUT|ERR|CODE"
-
-struct Program { // the same for another program
-    explicit Program(const std::vector<std::string> &args) : argv(args) {}
-    Outcome wait() const;
-
-    const std::vector<std::string> argv;
-};
 
 void say(std::initializer_list<int> results); // on standard output, a blank behind each
 

@@ -130,8 +130,8 @@ void stopdaemon(OwnDaemon &own) {
             }
             delay(1000); // microseconds
         }
-        // One that was killed leaves it behind, and a command that has not begun yet has a copy: who
-        // comes before the next daemon would be let in, and thrown out.
+        // One that was killed leaves it behind, and a command that has not begun yet has a copy:
+        // who comes before the next daemon would be let in, and thrown out.
         unlink((own.home + "/" + ENDPOINT).c_str());
     }
     if (!own.home.empty() && !own.kept) {
