@@ -93,12 +93,9 @@ bool itsown(viewword announcedpid) {
 bool announced() {
     const int64_t deadline = milliseconds() + announcems;
     pollfd viewer = {kbdfd, POLLIN, 0};
-    int ready = 0;
-    do {
-        const int64_t left = std::max(deadline - milliseconds(), int64_t{0});
-        ready = poll(&viewer, 1, static_cast<int>(left));
-    } while (ready < 0 && errno == EINTR);
-    if (ready <= 0 || recv(kbdfd, &pid, sizeof pid, 0) != sizeof pid) {
+    const auto left = [=] { return std::max(deadline - milliseconds(), int64_t{0}); };
+    if (TEMP_FAILURE_RETRY(poll(&viewer, 1, static_cast<int>(left()))) <= 0 ||
+        recv(kbdfd, &pid, sizeof pid, 0) != sizeof pid) {
         return false;
     }
     if (!itsown(pid)) {

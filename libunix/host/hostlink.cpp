@@ -21,10 +21,7 @@ namespace {
 
 // One read of up to `in.left` bytes into `room`: what came, in `in`.
 Link receive(int link, int flags, unsigned char *room, Hostbytes &in) {
-    ssize_t n = 0;
-    do {
-        n = recv_bytes(link, room, in.left, flags, &in.fd);
-    } while (n < 0 && errno == EINTR);
+    const auto n = TEMP_FAILURE_RETRY(recv_bytes(link, room, in.left, flags, &in.fd));
     in.at = room;
     in.left = static_cast<size_t>(std::max<ssize_t>(n, 0));
     if (n > 0) {
@@ -82,10 +79,7 @@ int hostopen(const char *home) {
 }
 
 int hostsend(int link, const servermsg &request) {
-    ssize_t sent = 0;
-    do {
-        sent = send(link, &request, sizeof request, MSG_NOSIGNAL);
-    } while (sent < 0 && errno == EINTR);
+    const auto sent = TEMP_FAILURE_RETRY(send(link, &request, sizeof request, MSG_NOSIGNAL));
     if (sent < 0) {
         return -1;
     }
@@ -128,9 +122,7 @@ Link hostread(int link, clientmsg &record) {
 }
 
 Link hostfd(int link, int &fd) {
-    do {
-        fd = recv_fd(link);
-    } while (fd < 0 && errno == EINTR);
+    fd = static_cast<int>(TEMP_FAILURE_RETRY(recv_fd(link)));
     if (fd >= 0) {
         return Link::got;
     }

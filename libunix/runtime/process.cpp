@@ -104,10 +104,7 @@ void daemon_wait() {
         return;
     }
     int status = 0;
-    pid_t ended = 0;
-    do {
-        ended = waitpid(pid, &status, WUNTRACED);
-    } while (ended < 0 && errno == EINTR);
+    const auto ended = TEMP_FAILURE_RETRY(waitpid(pid, &status, WUNTRACED));
     if (ended == pid && WIFEXITED(status)) {
         exit(WEXITSTATUS(status));
     }
