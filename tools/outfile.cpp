@@ -34,11 +34,11 @@ std::string followlinks(std::string path) {
 
 bool writeall(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t n = write(fd, bytes.data(), bytes.size());
-        if (n < 0 && errno != EINTR) {
+        const auto n = TEMP_FAILURE_RETRY(write(fd, bytes.data(), bytes.size()));
+        if (n < 0) {
             return false;
         }
-        bytes.remove_prefix(n > 0 ? static_cast<size_t>(n) : 0);
+        bytes.remove_prefix(static_cast<size_t>(n));
     }
     return true;
 }

@@ -25,13 +25,12 @@ constexpr size_t itemsize = 2048;
 // Errors are ignored: a full disk or a reader that is gone is no reason to stop.
 void writeall(const char *text, size_t len) {
     while (len > 0) {
-        const ssize_t n = write(fileno(fp), text, len);
-        if (n > 0) {
-            text += n;
-            len -= static_cast<size_t>(n);
-        } else if (n == 0 || errno != EINTR) {
+        const auto n = TEMP_FAILURE_RETRY(write(fileno(fp), text, len));
+        if (n <= 0) {
             break;
         }
+        text += n;
+        len -= static_cast<size_t>(n);
     }
 }
 
