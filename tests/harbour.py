@@ -278,6 +278,15 @@ class Harbour(blackbox.DaemonSuite):
         refused.end()
         slow.expect("Truth has ended")
         silent.expect("Press its number.")
+        daemon = self.commands()[0]
+        os.kill(daemon, signal.SIGSTOP)
+        for _ in range(100):  # more is asked of it than the link holds
+            call = self.call()
+            call.run("f", "For ever")
+            call.leave(1)
+            self.open_(self.idle + 2)
+        os.kill(daemon, signal.SIGCONT)
+        self.quiet(2)
 
     def testTenThousandInARow(self):
         signal.alarm(290)
