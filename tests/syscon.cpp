@@ -142,6 +142,7 @@ TEST_F(Syscon, StandsInTheMiddleInTheirFont) {
         fontmap = s.map;
         unsigned char *image = take(s.rows, s.columns);
         ASSERT_NE(image, nullptr);
+        EXPECT_TRUE(&s == screens || image[2] == 0xDB) << "what was shown before is gone";
         for (size_t i = 0; i < plex::cellbytes; i++) {
             image[i] = i % 2 == 0 ? 0xDB : 0x9E;
         }
