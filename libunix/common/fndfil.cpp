@@ -104,7 +104,7 @@ int isfile(const char *dir, const char *name) {
     char path[PATH_MAX];
     struct stat st = {};
     const int len = snprintf(path, sizeof path, "%s/%s", dir, name);
-    return len >= 0 && len < PATH_MAX && stat(path, &st) == 0 && S_ISREG(st.st_mode) ? 1 : 0;
+    return len < PATH_MAX && stat(path, &st) == 0 && S_ISREG(st.st_mode) ? 1 : 0;
 }
 
 int filstr(const char *filnam, fndblk *fbptr) {
