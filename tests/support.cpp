@@ -27,6 +27,7 @@ Home::~Home() {
     std::error_code ignored;
     std::filesystem::current_path("/");
     std::filesystem::remove_all(path, ignored);
+    EXPECT_EQ(nextfd(), next) << "a descriptor stayed open";
 }
 
 std::string slurp(const std::string &path) {

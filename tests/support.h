@@ -12,8 +12,11 @@ namespace test {
 // The bound on every wait. Nothing takes this long; a test that reaches it has failed.
 constexpr int patience = 10000; // milliseconds
 
+// The descriptor that would be opened next: the same as before when nothing was left open.
+int nextfd();
+
 // A new directory that is the working directory while the object lives, and is removed with all
-// that is in it.
+// that is in it. What is opened meanwhile is to be closed by then.
 class Home {
 public:
     Home();
@@ -22,6 +25,9 @@ public:
     Home &operator=(const Home &) = delete;
 
     std::string path;
+
+private:
+    int next = nextfd();
 };
 
 std::string slurp(const std::string &path); // a whole file; empty when it is missing
@@ -32,9 +38,6 @@ bool eventually(const std::function<bool()> &done);
 
 // Reads until `text` has come; less when the end of the stream or patience comes first.
 std::string expect(int fd, const std::string &text);
-
-// The descriptor that would be opened next: the same as before when nothing was left open.
-int nextfd();
 
 // How a child ended (its exit code, or 128 + the signal that ended it), and what it wrote.
 struct Outcome {

@@ -57,7 +57,6 @@ int fnd1st(fndblk *fbptr, const char *spec, int attr) {
     fbptr->dirp = nullptr;
     fbptr->pos = 0;
     fbptr->name[0] = '\0';
-    fbptr->filspc[0] = '\0';
     fbptr->dirnam[0] = '\0'; // what is refused below cannot be continued either
     const size_t len = strlen(spec);
     if (len >= sizeof fbptr->dirnam) {
