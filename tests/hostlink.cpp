@@ -75,6 +75,7 @@ TEST(Hostlink, WhatCanCome) {
             EXPECT_EQ(link, want);
             EXPECT_TRUE(link != got || (fcntl(fd, F_GETFD) == FD_CLOEXEC && close(fd) == 0));
         }
+        EXPECT_EQ(plex::hostrun(pair.fd[0], 3, std::string(plex::CMDSIZE + 1, 'x')), -1);
         if (another == ended) { // and no SIGPIPE
             EXPECT_EQ(plex::send_fd(pair.fd[0], 0) + plex::hostkill(pair.fd[0], 3), -2);
             EXPECT_EQ(errno, EPIPE);

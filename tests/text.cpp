@@ -235,7 +235,8 @@ TEST(Command, Words) {
                                    {"e ''a'", "e|a|"},          {"e ''", "e||"},
                                    {"e a'd e'", "e|ad e|"},     {"a x'b c'd'e f'g", "a|xb cde fg|"},
                                    {"a 'b c", "a|b c|"},        {"a 'x\\' y' z", "a|x' y|z|"},
-                                   {"a 'b'\\'c d", "a|b'c|d|"}, {"a \\\\'b c", "a|'b|c|"}};
+                                   {"a 'b'\\'c d", "a|b'c|d|"}, {"a \\\\'b c", "a|'b|c|"},
+                                   {"'a b' c", "a b|c|"}};
     for (const auto &[line, words] : rows) {
         std::string text = line;
         std::string got;

@@ -1,5 +1,6 @@
 #include "libunix/common/cp437.h"
 
+#include <algorithm>
 #include <array>
 
 namespace plex {
@@ -37,12 +38,8 @@ wchar_t fromcp437(unsigned char c) {
 }
 
 int tocp437(wint_t c) {
-    for (size_t i = ' '; i < table.size(); i++) {
-        if (table[i] == c) {
-            return static_cast<int>(i);
-        }
-    }
-    return -1;
+    const auto *at = std::find(table.begin() + ' ', table.end(), c);
+    return at != table.end() ? static_cast<int>(at - table.begin()) : -1;
 }
 
 std::string toutf8(std::string_view bytes) {

@@ -8,6 +8,7 @@
 #include "libsrc/base/text.h"
 #include "libunix/common/wildcard.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -122,7 +123,7 @@ int filstr(const char *filnam, fndblk *fbptr) {
     }
     fbptr->attr = dir ? DIRATTR : 0;
     stzcpy(fbptr->name, filnam, sizeof fbptr->name);
-    fbptr->size = static_cast<int>(st.st_size < INT_MAX ? st.st_size : INT_MAX);
+    fbptr->size = static_cast<int>(std::min<off_t>(st.st_size, INT_MAX));
     const tm *when = localtime(&st.st_mtime);
     fbptr->time = when != nullptr ? tmtime(*when) : 0; // a time that no calendar holds
     fbptr->date = when != nullptr ? tmdate(*when) : 0;
