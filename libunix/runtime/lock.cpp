@@ -12,12 +12,8 @@ namespace plex {
 namespace {
 
 int setlock(int fd, short type) {
-    struct flock lock = {};
+    struct flock lock = {}; // from the file's begin to its end and beyond
     lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = 0;
-    lock.l_len = 0; // to the end and beyond
-    lock.l_pid = getpid();
     const int result = fcntl(fd, F_SETLK, &lock);
     if (result < 0) {
         fprintf(stderr, "fcntl: %d (%s)\n", errno, strerror(errno));
