@@ -38,7 +38,7 @@ wchar_t fromcp437(unsigned char c) {
 }
 
 int tocp437(wint_t c) {
-    const auto *at = std::find(table.begin() + ' ', table.end(), c);
+    const auto *at = std::find(&table[' '], table.end(), c);
     return at != table.end() ? static_cast<int>(at - table.begin()) : -1;
 }
 
