@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 namespace plex {
 namespace {
@@ -71,7 +72,8 @@ std::string fromutf8(std::string_view bytes, Utf8part &part) {
             continue;
         }
         out.append(part.left > 0 ? 1 : 0, '?'); // that one was cut
-        part.left = byte >= 0xF8 ? 0 : byte >= 0xF0 ? 3 : byte >= 0xE0 ? 2 : byte >= 0xC0 ? 1 : 0;
+        const int ones = std::countl_one(byte); // the bytes of the character; 0 is one of ASCII
+        part.left = ones < 5 ? std::max(ones - 1, 0) : 0;
         part.code = byte & (0x3FU >> part.left);
         if (part.left == 0) {
             out += byte < 0x80 ? c : '?';
