@@ -18,22 +18,23 @@ namespace {
 using plex::Link;
 
 struct Pair {
-    Pair() { getrlimit(RLIMIT_NOFILE, &all), socketpair(AF_UNIX, SOCK_STREAM, 0, fd); }
-    ~Pair() { close(fd[0]), close(fd[1]), setrlimit(RLIMIT_NOFILE, &all); }
+    // The lowest number is free: it is a descriptor as any other.
+    Pair() { getrlimit(RLIMIT_NOFILE, &all), socketpair(AF_UNIX, SOCK_STREAM, 0, fd), close(0); }
+    ~Pair() { setrlimit(RLIMIT_NOFILE, &all), dup2(2, 0), close(fd[0]), close(fd[1]); }
 
     // Each letter is a step of the peer's: a letter of the alphabet as many bytes of a record, + a
     // descriptor, . the end, ! a request of ours that stays unread, < no room for descriptors, ? a
     // link that is none.
     void say(const char *steps) {
         const plex::clientmsg record = {-7, plex::MSG_ENDED, 0x0300};
-        const rlimit tight = {1, all.rlim_max};
+        const rlimit tight = {0, all.rlim_max};
         for (; *steps != '\0'; steps++) {
             const ssize_t len = *steps - 'A' + 1;
-            EXPECT_EQ(*steps == '+'   ? plex::send_fd(fd[1], 0)
+            EXPECT_EQ(*steps == '+'   ? plex::send_fd(fd[1], 2)
                       : *steps == '.' ? close(std::exchange(fd[1], -1))
                       : *steps == '!' ? plex::hostkill(fd[0], 1)
                       : *steps == '<' ? setrlimit(RLIMIT_NOFILE, &tight)
-                      : *steps == '?' ? dup2(0, fd[0]) - fd[0]
+                      : *steps == '?' ? dup2(2, fd[0]) - fd[0]
                                       : write(fd[1], &record, static_cast<size_t>(len)) - len,
                       0);
         }

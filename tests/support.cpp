@@ -75,7 +75,7 @@ std::string expect(int fd, const std::string &text) {
 }
 
 int nextfd() {
-    const int fd = dup(0);
+    const int fd = dup(2);
     close(fd);
     return fd;
 }
