@@ -222,17 +222,17 @@ TEST_F(Runtime, Plumbing) {
             say({lsnsoc("no/such/e"), umask(022) == 0}); // deliberately left so
             test::fault("socket:1:24");
             say({lsnsoc("e"), umask(022) == 022});
-            close(0); // the lowest is a descriptor as any other
+            say({lsnsoc(std::string(108, 'x').c_str()), umask(022) == 0, fdserver("missing")});
+            const int fdm = dup(2); // closed on the way
+            close(0);               // the lowest is a descriptor as any other
             say({close(lsnsoc("closed")), umask(022) == 022, fdserver("closed")});
-            say({lsnsoc(std::string(108, 'x').c_str()), fdserver("missing")});
             const int lock = maklck("lock");
             say({dellck(lock, "lock"), fcntl(lock, F_GETFD)});
-            const int fdm = dup(2); // closed on the way
             say({fdserver("cfg") >= 0, ptys_open(fdm, "/no/such"), fcntl(fdm, F_GETFD)});
         }),
-        "-1 1 -1 1 0 1 -1 -1 -1 1 -1 1 -5 -1 |creat: No such file or directory\n"
-        "pipe: Too many open files\nfdserver:open: Connection refusedcreat: File name too long\n"
-        "fdserver:open: No such file or directory|0");
+        "-1 1 -1 1 -1 1 -1 0 1 -1 1 -1 1 -5 -1 |creat: No such file or directory\n"
+        "pipe: Too many open files\ncreat: File name too long\n"
+        "fdserver:open: No such file or directoryfdserver:open: Connection refused|0");
 }
 
 // The choice of a console, and how opening it ends here: only the null console needs nothing.
