@@ -175,7 +175,6 @@ Could not find child (pid=0)
             self.assertEqual(status(self.daemon.pid, "Uid").split(), [f"{NOBODY}", f"{NOBODY}", "0", f"{NOBODY}"])
             self.assertEqual(status(self.commands()[-1], "Uid").split(), 4 * [f"{NOBODY}"])
 
-
     def testKills(self):
         self.begin()
         # SIGTERM goes to the process alone: the child that it waits for stays.

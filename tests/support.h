@@ -17,16 +17,11 @@ int nextfd();
 
 // A new directory that is the working directory while the object lives, and is removed with all
 // that is in it. What is opened meanwhile is to be closed by then.
-class Home {
-public:
+struct Home {
     Home();
     ~Home();
-    Home(const Home &) = delete;
-    Home &operator=(const Home &) = delete;
 
     std::string path;
-
-private:
     int next = nextfd();
 };
 

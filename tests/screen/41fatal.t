@@ -22,7 +22,7 @@ screen 10 11 |  12;3H whole  | / screen 12 14 |Unexpected exit|
 fatal core "x" / is status 3 / fatal early "soon" / is status 90 / told "closed \n##-###-## ##:##:## soon\nsoon\n"
 reset / color 0 / fatal exit / is status 90 / screen 12 12 |Unexpected exit| / attrs 7 8 0x8f*67 / told ""
 reset / fatal memory / is status 90 / told "\n##-###-## ##:##:## There is not enough memory to continue.\n"
-attrs 7 8 0x5e*67 / screen 12 12 |Please either reduce your memory requirements| / attrs 12 14 0x4e*9
+attrs 7 8 0x5e*67 / screen 12 12 |Please either reduce your memory requirements| / screen 12 13 |or install more memory, and try again.| / attrs 12 14 0x4e*9
 reset / fatal tiles / is status 90 / told "closed \n##-###-## ##:##:## NOT ENOUGH MEMORY\nNOT ENOUGH MEMORY\n"
 # The message is used as a format again; it is cut. A report that cannot be opened.
 reset / fatal message "100%% %s%n%*d%%" / screen 10 11 |  100% %s%n%*d% |
