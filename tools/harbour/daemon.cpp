@@ -10,7 +10,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <termios.h>
-#include <thread>
 
 namespace harbour {
 namespace {
@@ -53,27 +52,27 @@ void hear(int /*index*/, uint32_t /*events*/) {
     }
 }
 
-// Comes closer to a connection: with a daemon that runs, else with one that is started, which may
-// take several calls. Returns an empty string, or what went wrong.
-std::string reach() {
-    int joined = 0;
-    if (own.pid < 0) {
-        own = {".", -1, plex::hostopen("."), sample, true};
-        late = rightnow + patience;
-        std::string why = own.link < 0 ? plex::startdaemon(own) : "";
-        if (!why.empty()) {
-            return why;
-        }
-    } else if ((joined = plex::joindaemon(own)) < 0 || (joined == 0 && rightnow >= late)) {
-        return joined < 0 ? "vosterd ended at once" : "vosterd does not start";
-    }
-    if (own.link >= 0) {
-        part = {};
-        link = {own.link, hear, 0, 0};
-        fcntl(own.link, F_SETFL, O_RDWR | O_NONBLOCK);
-        watch(link, EPOLLIN);
-    }
-    return "";
+// Finds a daemon that runs, else starts one. Returns an empty string, or what went wrong; so does
+// what follows.
+std::string begin() {
+    own = {".", -1, plex::hostopen("."), sample, true};
+    late = rightnow + patience;
+    return own.link < 0 ? plex::startdaemon(own) : "";
+}
+
+// One that starts is looked for again, as often as need be.
+std::string again() {
+    const int joined = plex::joindaemon(own);
+    return joined < 0                        ? "vosterd ended at once"
+           : joined == 0 && rightnow >= late ? "vosterd does not start"
+                                             : "";
+}
+
+void listen() {
+    part = {};
+    link = {own.link, hear, 0, 0};
+    fcntl(own.link, F_SETFL, O_RDWR | O_NONBLOCK);
+    watch(link, EPOLLIN);
 }
 
 } // namespace
@@ -91,15 +90,14 @@ void opendaemon(bool utf8) {
     }
     settings.c_iflag |= utf8 ? IUTF8 : 0U;
     tcsetattr(sample, TCSANOW, &settings);
-    std::string why = reach();
-    while (why.empty() && own.link < 0) {
-        std::this_thread::sleep_for(pause);
-        rightnow = Clock::now();
-        why = reach();
+    std::string why = begin();
+    if (why.empty() && own.link < 0) {
+        why = plex::awaitdaemon(own);
     }
     if (!why.empty()) {
         plex::fail(1, "%s", why.c_str());
     }
+    listen();
 }
 
 void closedaemon() {
@@ -115,8 +113,11 @@ void askdaemon() {
         const plex::servermsg &request = asked.front();
         const bool run = request.msgtyp == plex::MSG_RUN;
         if (own.link < 0 && run) {
-            why = reach();
+            why = own.pid < 0 ? begin() : again();
             wait = own.link < 0; // for one that starts, while the board goes on
+            if (!wait) {
+                listen();
+            }
         } else if (own.link < 0 || plex::hostsend(own.link, request) == 0) {
             if (run) {
                 late = unanswered.empty() ? rightnow + patience : late;

@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
@@ -97,7 +96,6 @@ void serve(bool demo) {
     if (lock < 0) {
         plex::fail(1, "another one runs in this home");
     }
-    fcntl(lock, F_SETFD, FD_CLOEXEC);
     if (access("harbour.mcv", R_OK) != 0) {
         setenv("MCVPATH", directoryof("harbour.mcv").c_str(), 0);
     }
