@@ -220,6 +220,7 @@ const std::string english = "language English/ANSI\n";
 TEST(Messages, OneLanguageAndTheBuffer) {
     const test::Home home;
     EXPECT_EQ(fatal([] { plex::rawmsg(0); }), "INIMSG NOT CALLED");
+    open(english), done(); // without a message it is one, too
     open(english + text + "zero\n" + text + "eleven more\n" + text + "no end");
     done();
     std::string file = test::slurp("f.mcv");

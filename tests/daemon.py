@@ -299,7 +299,7 @@ class Faults(DaemonSuite):
                 name, value = what.split("=")
                 if name == "OBSTACLE":
                     os.mkdir(value)
-                self.start("-d", env=INLOG | {name: value})
+                self.start("-d", env=INLOG | {"BBSHOST": "root", name: value})
                 self.assertEqual(self.wait()[0], code)
                 self.assertEqual(slurp("stderr") + slurp("vosterd.log"), said)
                 self.assertEqual(os.path.exists("vosterd.pid"), name != "BBSCONFIG")  # only an end in order removes it
