@@ -20,7 +20,10 @@ using plex::Link;
 struct Pair {
     // The lowest number is free: it is a descriptor as any other.
     Pair() { getrlimit(RLIMIT_NOFILE, &all), socketpair(AF_UNIX, SOCK_STREAM, 0, fd), close(0); }
-    ~Pair() { setrlimit(RLIMIT_NOFILE, &all), dup2(2, 0), close(fd[0]), close(fd[1]); }
+    ~Pair() {
+        EXPECT_NE(close(0), 0) << "it stayed open";
+        setrlimit(RLIMIT_NOFILE, &all), dup2(2, 0), close(fd[0]), close(fd[1]);
+    }
 
     // Each letter is a step of the peer's: a letter of the alphabet as many bytes of a record, + a
     // descriptor, . the end, ! a request of ours that stays unread, < no room for descriptors, ? a

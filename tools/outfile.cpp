@@ -23,7 +23,7 @@ std::string followlinks(std::string path) {
     char target[PATH_MAX];
     for (int i = 0; i < mostlinks; i++) {
         const ssize_t len = readlink(path.c_str(), target, sizeof target);
-        if (len < 0) {
+        if (len == -1) {
             break;
         }
         path = target[0] == '/' ? "" : directory(path);
@@ -35,7 +35,7 @@ std::string followlinks(std::string path) {
 bool writeall(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
         const auto n = TEMP_FAILURE_RETRY(write(fd, bytes.data(), bytes.size()));
-        if (n < 0) {
+        if (n == -1) {
             return false;
         }
         bytes.remove_prefix(static_cast<size_t>(n));
@@ -58,7 +58,7 @@ bool takeover(int fd, const struct stat *before) {
 bool replace(const std::string &path, const struct stat *before, std::string_view bytes) {
     std::string temp = directory(path) + ".plex.XXXXXX";
     const int fd = mkostemp(temp.data(), O_CLOEXEC);
-    if (fd < 0) {
+    if (fd == -1) {
         return false;
     }
     bool done = takeover(fd, before) && writeall(fd, bytes);
@@ -83,8 +83,8 @@ bool writefile(const std::string &path, std::string_view bytes) {
         return replace(followlinks(path), there ? &st : nullptr, bytes);
     }
     const int fd = open(path.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
-    const bool done = fd >= 0 && writeall(fd, bytes);
-    return fd >= 0 && close(fd) == 0 && done;
+    const bool done = fd != -1 && writeall(fd, bytes);
+    return fd != -1 && close(fd) == 0 && done;
 }
 
 bool samefile(const std::string &a, const std::string &b) {

@@ -53,7 +53,7 @@ std::string finddaemon() {
     if (!own.kept) {
         setenv("BBSCONFIG", (own.home + "/plexhost.cfg").c_str(), 1);
     }
-    if (own.input >= 0) {
+    if (own.input != -1) {
         dup2(own.input, STDIN_FILENO);
         setenv("BBSSTDIN", "1", 1);
     }
@@ -90,12 +90,12 @@ std::string startdaemon(OwnDaemon &own, std::string program) {
     if (own.pid == 0) {
         becomedaemon(own, program, parent);
     }
-    return own.pid < 0 ? because("cannot start vosterd") : "";
+    return own.pid == -1 ? because("cannot start vosterd") : "";
 }
 
 int joindaemon(OwnDaemon &own) {
     own.link = hostopen(own.home.c_str());
-    if (own.link >= 0) {
+    if (own.link != -1) {
         return 1;
     }
     if (waitpid(own.pid, nullptr, WNOHANG) == 0) {
@@ -117,11 +117,11 @@ std::string awaitdaemon(OwnDaemon &own) {
 }
 
 void stopdaemon(OwnDaemon &own) {
-    if (own.link >= 0) {
+    if (own.link != -1) {
         close(own.link);
     }
     if (own.pid > 0) {
-        if (own.link < 0) {
+        if (own.link == -1) {
             kill(own.pid, SIGTERM); // it waits for a host that will not come
         }
         for (int ms = 0; waitpid(own.pid, nullptr, WNOHANG) == 0; ms++) {

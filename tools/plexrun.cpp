@@ -135,7 +135,7 @@ void watchsignals() {
     }
     sigprocmask(SIG_BLOCK, &set, nullptr);
     signals = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
-    if (signals < 0) {
+    if (signals == -1) {
         fail(BROKEN, "signalfd: %s", strerror(errno));
     }
 }
@@ -214,7 +214,7 @@ std::string connectdaemon(const Options &opts) {
     if (opts.home != nullptr) {
         std::string line = commandline(opts, path);
         own.link = hostopen(opts.home);
-        if (own.link < 0) {
+        if (own.link == -1) {
             fail(NODAEMON, "no daemon runs in %s (%s)", opts.home, strerror(errno));
         }
         return line;
@@ -231,7 +231,7 @@ std::string connectdaemon(const Options &opts) {
     startown();
     if (opts.line == nullptr) {
         stub = awaitstub(own);
-        if (stub < 0) {
+        if (stub == -1) {
             fail(BROKEN, "cannot make an endpoint in %s", own.home.c_str());
         }
     }
@@ -246,13 +246,13 @@ std::string connectdaemon(const Options &opts) {
 int setup(int master) {
     struct termios settings = {};
     const int eof = endoffile();
-    if (eof >= 0 && tcgetattr(master, &settings) == 0) {
+    if (eof != -1 && tcgetattr(master, &settings) == 0) {
         settings.c_cc[VEOF] = static_cast<cc_t>(eof);
         tcsetattr(master, TCSANOW, &settings);
     }
     followsize(master);
     bool asked = false;
-    if (stub >= 0) {
+    if (stub != -1) {
         while (!(asked = wait(stub, 100)) && !wait(own.link, 0)) {
         }
     } else {
@@ -325,7 +325,7 @@ int session(const Options &opts) {
     rawterminal();
     // What a stub took over is the command's alone. Its terminal is not part of that: what is
     // written there, errors and prompts, goes past an output that is none.
-    const bool taken = stub >= 0;
+    const bool taken = stub != -1;
     const Ending ending = relay({
         .signals = signals,
         .link = own.link,

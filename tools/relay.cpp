@@ -66,7 +66,7 @@ void openoutput(Flow &flow) {
     if (S_ISCHR(st.st_mode) || S_ISFIFO(st.st_mode)) {
         const std::string name = "/proc/self/fd/" + std::to_string(flow.out);
         const int fd = open(name.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        flow.out = fd >= 0 ? fd : flow.out;
+        flow.out = fd != -1 ? fd : flow.out;
     }
 }
 
@@ -94,7 +94,7 @@ void type(Flow &flow) {
     const ssize_t n = write(flow.session.master, flow.typing.data(), flow.typing.size());
     if (n > 0) {
         flow.typing.erase(0, static_cast<size_t>(n));
-    } else if (n < 0 && errno != EINTR && errno != EAGAIN) {
+    } else if (n == -1 && errno != EINTR && errno != EAGAIN) {
         flow.typing.clear(); // nobody will read it
     }
 }
@@ -118,7 +118,7 @@ int show(Flow &flow) {
     if (n > 0) {
         flow.showing.erase(0, static_cast<size_t>(n));
     }
-    return n < 0 && errno != EINTR && errno != EAGAIN ? errno : 0;
+    return n == -1 && errno != EINTR && errno != EAGAIN ? errno : 0;
 }
 
 // False when the daemon is gone.

@@ -42,8 +42,8 @@ void clearwords() {
 void takedescriptors() {
     const int link = fdserver(ASKING); // commands start in the daemon's home
     for (const int fd : standard) {
-        const int given = link >= 0 ? recv_fd(link) : -1;
-        if (given < 0) {
+        const int given = link != -1 ? recv_fd(link) : -1;
+        if (given == -1) {
             giveup("get", "its descriptors", 125);
         }
         if (isatty(given) == 0) {
@@ -59,7 +59,7 @@ void takedescriptors() {
 std::string makestub(const OwnDaemon &own, const std::string &program) {
     char self[PATH_MAX];
     const ssize_t len = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (len < 0) {
+    if (len == -1) {
         return "";
     }
     self[len] = '\0';
@@ -92,7 +92,7 @@ int awaitstub(const OwnDaemon &own) {
 
 bool answerstub(int endpoint) {
     const int link = acceptfd(endpoint);
-    bool done = link >= 0;
+    bool done = link != -1;
     for (const int fd : standard) {
         done = done && send_fd(link, fd) == 0;
     }

@@ -67,7 +67,7 @@ std::string fromutf8(std::string_view bytes, Utf8part &part) {
             part.code = part.code << 6 | (byte & 0x3F);
             if (--part.left == 0) {
                 const int found = tocp437(part.code);
-                out += static_cast<char>(found >= 0 ? found : '?');
+                out += static_cast<char>(found != -1 ? found : '?');
             }
             continue;
         }

@@ -21,10 +21,10 @@ namespace {
 
 bool reopen(fndblk *fb) {
     const int fd = open(fb->dirnam, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
+    if (fd == -1) {
         return false;
     }
-    fb->dirp = lseek(fd, fb->pos, SEEK_SET) < 0 ? nullptr : fdopendir(fd);
+    fb->dirp = lseek(fd, fb->pos, SEEK_SET) == -1 ? nullptr : fdopendir(fd);
     if (fb->dirp == nullptr) {
         close(fd);
     }

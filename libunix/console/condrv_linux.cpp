@@ -149,12 +149,12 @@ int32_t isconsole(int32_t fd) {
 int32_t conopen() {
     constexpr int flags = O_RDWR | O_NDELAY | O_NOCTTY | O_CLOEXEC;
     const int console = open("/dev/console", flags);
-    if (console >= 0 && isconsole(console) == 0) {
+    if (console != -1 && isconsole(console) == 0) {
         return console;
     }
     const int saved = errno;
     const int own = open("/dev/tty", flags);
-    if (own >= 0 && isconsole(own) == 0) {
+    if (own != -1 && isconsole(own) == 0) {
         close(console);
         return own;
     }
@@ -247,7 +247,7 @@ int32_t askports([[maybe_unused]] int32_t fd, [[maybe_unused]] int request) {
 
 unsigned char *borrow(int32_t fd) {
     const int device = vcsaopen(fd);
-    return device < 0 ? nullptr : vcsatake(device, fd);
+    return device == -1 ? nullptr : vcsatake(device, fd);
 }
 
 int32_t ioports(int32_t fd, int32_t on) {
@@ -262,7 +262,7 @@ int32_t ioports(int32_t fd, int32_t on) {
     ports = askports(fd, KDENABIO) == 0 ? 1 : 0;
     if (ports == 0) { // needed for a VGA card's text, not for cells that the kernel lends
         const int device = vcsaopen(fd);
-        return device < 0 ? -1 : close(device);
+        return device == -1 ? -1 : close(device);
     }
     return 0;
 }
@@ -283,7 +283,7 @@ constexpr size_t cells = 80 * 25 * 2;
 // has the same cells. A frame buffer's console, another size, another card: something else.
 bool shows(const unsigned char *memory) {
     const int fd = open("/dev/vcsa", O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    if (fd == -1) {
         return true; // nobody to ask
     }
     bool same = false;
@@ -303,7 +303,7 @@ unsigned char *vgatext(int32_t fd) {
     ioctl(fd, KDSETMODE, KD_GRAPHICS);
     ioctl(fd, KDSETMODE, KD_TEXT);
     const int mem = open("/dev/mem", O_RDWR | O_CLOEXEC);
-    if (mem < 0) {
+    if (mem == -1) {
         return nullptr;
     }
     void *memory = mmap(nullptr, textlength, PROT_READ | PROT_WRITE, MAP_SHARED, mem, textmemory);

@@ -47,7 +47,7 @@ int crtread(uint8_t reg) {
 unsigned char *mapconsole() {
     getpriv();
     vgafd = condev != nullptr ? condev->conopen() : -1;
-    if (vgafd < 0) {
+    if (vgafd == -1) {
         noconsole("Unable to open /dev/console\n");
     }
     if (getcfnt() == 0) {

@@ -40,7 +40,7 @@ int64_t milliseconds() {
 
 // Drops the viewer. Its process id is deliberately kept: every later drop signals it again.
 void clsxcon() {
-    if (kbdfd >= 0) {
+    if (kbdfd != -1) {
         close(kbdfd);
         kbdfd = -1;
     }
@@ -52,7 +52,7 @@ void clsxcon() {
 
 int32_t xopen() {
     syssoc = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (syssoc < 0) {
+    if (syssoc == -1) {
         return -1;
     }
     sockaddr_un addr = {};
@@ -72,7 +72,7 @@ int32_t xopen() {
 }
 
 int32_t xclose() {
-    if (syssoc >= 0) {
+    if (syssoc != -1) {
         close(syssoc);
         syssoc = -1;
         unlink(viewendpoint);
@@ -107,7 +107,7 @@ bool announced() {
 void takeviewer() {
     clsxcon();
     kbdfd = accept4(syssoc, nullptr, nullptr, SOCK_CLOEXEC);
-    if (kbdfd < 0) {
+    if (kbdfd == -1) {
         return;
     }
     if (!announced()) {

@@ -79,7 +79,7 @@ void consume(xqEventQueue &queue) {
 
 int32_t unxwreopen() {
     kbdfd = condriver->conopen();
-    if (kbdfd < 0) {
+    if (kbdfd == -1) {
         fputs("Unable to open /dev/console\n", stderr);
         return -1;
     }
@@ -103,7 +103,7 @@ int32_t unxwreopen() {
 }
 
 int32_t unxwreclose() {
-    if (kbdfd < 0 || !isopen) {
+    if (kbdfd == -1 || !isopen) {
         return 1;
     }
     isopen = false;

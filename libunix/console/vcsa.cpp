@@ -198,7 +198,7 @@ unsigned char *vcsatake(int32_t device, int32_t tty) {
 }
 
 void vcsashow(bool all, int at, vcsacursor form) {
-    if (cells < 0) {
+    if (cells == -1) {
         return;
     }
     for (int row = 0; row < scrrows; row++) {
@@ -219,7 +219,7 @@ void vcsashow(bool all, int at, vcsacursor form) {
 
 void vcsagive() {
     const int device = cells;
-    if (device >= 0) {
+    if (device != -1) {
         shapecursor('0'); // what the console shows by itself
         put(found, foundbytes, 0);
         cells = -1; // last: a signal that ends the program in the middle does it all again

@@ -46,7 +46,7 @@ void logending(int pid, int usrnum, int status) {
 bool reapone() {
     int status = 0;
     const pid_t pid = waitpid(-1, &status, WNOHANG);
-    if (pid < 0) {
+    if (pid == -1) {
         if (debug != 0) {
             inform("wait: %s", strerror(errno)); // deliberately no newline
         }

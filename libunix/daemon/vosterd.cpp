@@ -102,7 +102,7 @@ int accepthost(int64_t user) {
         const int fd = acceptfd(ipcfd);
         ucred peer = {};
         socklen_t len = sizeof peer;
-        if (fd < 0 || user < 0 ||
+        if (fd == -1 || user == -1 ||
             (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) == 0 &&
              (peer.uid == 0 || peer.uid == user))) {
             return fd;
@@ -122,7 +122,7 @@ void start(int argc, char **argv) {
     opntrm(DSP_NULL, "vosterd");
     bgnlog("vosterd.log");
     lockfd = maklck(LOCKNAME);
-    if (lockfd < 0) {
+    if (lockfd == -1) {
         refuse("halvrond is already running.\n", 1); // the sibling's name: deliberate, keep it
     }
     readargs(argc, argv);
@@ -134,11 +134,11 @@ void start(int argc, char **argv) {
     handle(SIGTERM, cleanup, "Unable to install SIGTERM handler.\n", 4);
     handle(SIGINT, cleanup, "Unable to install SIGINT handler.\n", 5);
     ipcfd = lsnsoc(ENDPOINT);
-    if (ipcfd < 0) {
+    if (ipcfd == -1) {
         refuse("Unable to create listen socket.\n", 1);
     }
     bbsfd = accepthost(user);
-    if (bbsfd < 0) {
+    if (bbsfd == -1) {
         refuse("Unable to accept connection from client.\n", 2);
     }
 }
@@ -176,7 +176,7 @@ void dispatch(servermsg &request) {
             continue;
         }
         // A host that closes with answers unread resets the connection: it is gone all the same.
-        if (n == 0 || (n < 0 && errno == ECONNRESET)) {
+        if (n == 0 || (n == -1 && errno == ECONNRESET)) {
             cleanup(0);
             exit(0);
         }

@@ -67,7 +67,7 @@ const char *linktext(Link link) {
 int hostopen(const char *home) {
     // Through the open directory: the address of a socket has room for a hundred bytes of path.
     const int dir = open(home, O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (dir < 0) {
+    if (dir == -1) {
         return -1;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + ENDPOINT;
@@ -80,7 +80,7 @@ int hostopen(const char *home) {
 
 int hostsend(int link, const servermsg &request) {
     const auto sent = TEMP_FAILURE_RETRY(send(link, &request, sizeof request, MSG_NOSIGNAL));
-    if (sent < 0) {
+    if (sent == -1) {
         return -1;
     }
     if (sent != static_cast<ssize_t>(sizeof request)) {
@@ -123,7 +123,7 @@ Link hostread(int link, clientmsg &record) {
 
 Link hostfd(int link, int &fd) {
     fd = static_cast<int>(TEMP_FAILURE_RETRY(recv_fd(link)));
-    if (fd >= 0) {
+    if (fd != -1) {
         return Link::got;
     }
     switch (errno) {

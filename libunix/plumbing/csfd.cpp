@@ -41,7 +41,7 @@ int lsnsoc(const char *filename) {
     unlink(filename);
     const mode_t mask = umask(0);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    if (fd == -1) {
         perror("pipe");
         umask(mask);
         return -1;
@@ -64,7 +64,7 @@ int lsnsoc(const char *filename) {
 
 int acceptfd(int servfd) {
     const int fd = accept4(servfd, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd < 0) {
+    if (fd == -1) {
         inform("I_RECVFD: %s (%d)\n", strerror(errno), errno);
     }
     return fd;
@@ -73,7 +73,7 @@ int acceptfd(int servfd) {
 int consoc(const char *path) {
     sockaddr_un addr;
     const int fd = setaddress(addr, path) ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
-    if (fd >= 0 && connect(fd, generic(addr), sizeof addr) < 0) {
+    if (fd != -1 && connect(fd, generic(addr), sizeof addr) < 0) {
         const int cause = errno;
         close(fd);
         errno = cause;
@@ -86,7 +86,7 @@ int fdserver(const char *path) {
     struct stat st = {};
     const bool endpoint = stat(path, &st) == 0 && S_ISSOCK(st.st_mode);
     const int fd = endpoint ? consoc(path) : open(path, O_RDWR | O_CLOEXEC);
-    if (fd < 0) {
+    if (fd == -1) {
         inform("fdserver:open: %s", strerror(errno)); // deliberately no line end
     }
     return fd;

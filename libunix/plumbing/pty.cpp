@@ -68,7 +68,7 @@ void takeslave(int fdm, const char *pts_name, const struct termios *slave_termio
                const struct winsize *slave_winsize) {
     // The slave before all else that may end it: a master whose slave was never opened does not
     // hang up. And quietly: the caller may hold signals back until then.
-    const bool leads = setsid() >= 0;
+    const bool leads = setsid() != -1;
     int fds = -1;
     if (leads) {
         raisepriv();
@@ -120,7 +120,7 @@ int ptym_open(char *pts_name) {
     const char *failed = nullptr;
     int code = 0;
     const char *slave = nullptr;
-    if (fdm < 0) {
+    if (fdm == -1) {
         failed = "ptym_open:open";
         code = -1;
     } else if (grantpt(fdm) < 0 || giveslave(fdm) < 0) {
@@ -136,7 +136,7 @@ int ptym_open(char *pts_name) {
     if (failed != nullptr) {
         const int cause = errno; // the caller reports it too
         perror(failed);
-        if (fdm >= 0) {
+        if (fdm != -1) {
             close(fdm);
         }
         errno = cause;
@@ -148,7 +148,7 @@ int ptym_open(char *pts_name) {
 
 int ptys_open(int fdm, const char *pts_name) {
     const int fds = open(pts_name, O_RDWR | O_CLOEXEC);
-    if (fds < 0) {
+    if (fds == -1) {
         close(fdm);
         return -5;
     }
@@ -175,7 +175,7 @@ int pty_fork(int *ptrfdm, char *slave_name, const struct termios *slave_termios,
     }
     tell(AtFork::before);
     const pid_t pid = forkchild();
-    if (pid < 0) {
+    if (pid == -1) {
         tell(AtFork::failed);
         perror("pty_fork:fork()");
         return -2; // deliberately no clean-up: the master is not reported and stays open

@@ -29,10 +29,10 @@ int lookahead(int fd) {
     msg.msg_iovlen = 1;
     const ssize_t n = recvmsg(fd, &msg, MSG_PEEK);
     // A peer that closed with bytes of ours unread resets the stream: its end all the same.
-    if (n == 0 || (n < 0 && errno == ECONNRESET)) {
+    if (n == 0 || (n == -1 && errno == ECONNRESET)) {
         return ENXIO;
     }
-    if (n < 0) {
+    if (n == -1) {
         return errno;
     }
     return n == 1 && (msg.msg_flags & MSG_CTRUNC) != 0 ? 0 : EBADMSG;
@@ -70,8 +70,8 @@ ssize_t recv_bytes(int servfd, void *buf, size_t len, int flags, int *fd) {
     msg.msg_control = &room;
     msg.msg_controllen = CMSG_LEN(sizeof *fd); // not CMSG_SPACE: its padding would admit a second
     const ssize_t n = recvmsg(servfd, &msg, flags | MSG_CMSG_CLOEXEC);
-    *fd = n >= 0 && (msg.msg_flags & MSG_CTRUNC) != 0 ? LOSTFD : NOFD;
-    const cmsghdr *header = n < 0 ? nullptr : CMSG_FIRSTHDR(&msg);
+    *fd = n != -1 && (msg.msg_flags & MSG_CTRUNC) != 0 ? LOSTFD : NOFD;
+    const cmsghdr *header = n == -1 ? nullptr : CMSG_FIRSTHDR(&msg);
     if (header != nullptr && header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS) {
         memcpy(fd, CMSG_DATA(header), sizeof *fd);
     }

@@ -42,12 +42,12 @@ key_t shmkey() {
 
 void *tryshm(int len, bool create) {
     const int id = shmget(shmkey(), static_cast<size_t>(len), create ? IPC_CREAT | mode : 0);
-    return id < 0 ? nullptr : attach(id);
+    return id == -1 ? nullptr : attach(id);
 }
 
 void *opnsshm(int len) {
     s_shmid = shmget(shmkey(), static_cast<size_t>(len), IPC_CREAT | mode);
-    if (s_shmid < 0) {
+    if (s_shmid == -1) {
         catastro("Server: Could not get shared memory. (%d %s)\n", errno, strerror(errno));
     }
     void *mem = attach(s_shmid);
@@ -69,7 +69,7 @@ void clssshm(void *mem) {
 
 void *opncshm(int len) {
     c_shmid = shmget(shmkey(), static_cast<size_t>(len), 0);
-    if (c_shmid < 0) {
+    if (c_shmid == -1) {
         catastro("Client: Could not get shared memory (%d %s).\n", errno, strerror(errno));
     }
     void *mem = attach(c_shmid);

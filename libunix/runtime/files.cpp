@@ -101,7 +101,7 @@ int creattemp(char *path, int attrib) {
     }
     const int cause = errno;
     inform("creattemp: path=[%s] attrib=%d fd=%d\n", path, attrib, fd);
-    if (fd < 0) {
+    if (fd == -1) {
         inform("creattemp: errno = %d [%s]\n", cause, strerror(cause));
     }
     return fd;

@@ -25,7 +25,7 @@ int setlock(int fd, short type) {
 
 int maklck(const char *filnam) {
     const int fd = open(filnam, O_RDWR | O_CREAT | O_CLOEXEC, 0700);
-    if (fd < 0) {
+    if (fd == -1) {
         fprintf(stderr, "maklck:open: %d (%s)\n", errno, strerror(errno));
         return fd;
     }

@@ -78,7 +78,7 @@ void ignore_sigpipe() {
 
 void daemon_init() {
     const pid_t pid = fork();
-    if (pid < 0) {
+    if (pid == -1) {
         fprintf(stderr, "Fork failed: %s\n", strerror(errno));
         exit(1);
     }
@@ -96,7 +96,7 @@ void daemon_wait() {
         return;
     }
     const pid_t pid = fork();
-    if (pid < 0) {
+    if (pid == -1) {
         exit(-1);
     }
     if (pid == 0) {

@@ -64,11 +64,11 @@ void noroom() {
     tell(text(0, O_NOROOM));
     close(spare);
     const int caller = acceptone();
-    if (caller >= 0) {
+    if (caller != -1) {
         turnaway(caller, T_NOROOM);
     }
     spare = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    if (caller < 0 || spare < 0) {
+    if (caller == -1 || spare == -1) {
         awake = rightnow + nap;
         watch(listener, 0);
     }
@@ -77,7 +77,7 @@ void noroom() {
 void takecalls() {
     for (int n = 0; n < atonce; n++) {
         const int caller = acceptone();
-        if (caller < 0) {
+        if (caller == -1) {
             if (errno == EMFILE || errno == ENFILE) {
                 noroom();
             }
@@ -110,7 +110,7 @@ void catchsignals() {
 // Milliseconds until something is to be done although nothing happens; -1: for ever.
 int quiet() {
     Time next = std::min(due, answerdue());
-    if (listener.fd >= 0 && listener.asked == 0) {
+    if (listener.fd != -1 && listener.asked == 0) {
         next = std::min(next, awake);
     }
     if (rules.watched) {
@@ -129,7 +129,7 @@ void turn() {
     for (int i = 0; i < n; i++) {
         const auto &event = came[static_cast<size_t>(i)];
         const Watch &what = *static_cast<const Watch *>(event.data.ptr);
-        if (what.fd >= 0) {
+        if (what.fd != -1) {
             what.ready(what.index, event.events);
         }
     }
@@ -184,7 +184,7 @@ std::string openboard(const std::string &where) {
         const int on = 1;
         setsockopt(listener.fd, level, option, &on, sizeof on);
     }
-    if (listener.fd < 0 || bind(listener.fd, found->ai_addr, found->ai_addrlen) != 0 ||
+    if (listener.fd == -1 || bind(listener.fd, found->ai_addr, found->ai_addrlen) != 0 ||
         listen(listener.fd, SOMAXCONN) != 0) {
         plex::fail(1, "cannot listen at %s: %s", where.c_str(), strerror(errno));
     }

@@ -77,7 +77,7 @@ Line &current() {
 }
 
 bool viewing() {
-    return rules.viewed >= 0;
+    return rules.viewed != -1;
 }
 
 char yes() {

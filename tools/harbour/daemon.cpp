@@ -57,7 +57,7 @@ void hear(int /*index*/, uint32_t /*events*/) {
 std::string begin() {
     own = {".", -1, plex::hostopen("."), sample, true};
     late = rightnow + patience;
-    return own.link < 0 ? plex::startdaemon(own) : "";
+    return own.link == -1 ? plex::startdaemon(own) : "";
 }
 
 // One that starts is looked for again, as often as need be.
@@ -91,7 +91,7 @@ void opendaemon(bool utf8) {
     settings.c_iflag |= utf8 ? IUTF8 : 0U;
     tcsetattr(sample, TCSANOW, &settings);
     std::string why = begin();
-    if (why.empty() && own.link < 0) {
+    if (why.empty() && own.link == -1) {
         why = plex::awaitdaemon(own);
     }
     if (!why.empty()) {
@@ -112,13 +112,13 @@ void askdaemon() {
     while (why.empty() && !wait && !asked.empty()) {
         const plex::servermsg &request = asked.front();
         const bool run = request.msgtyp == plex::MSG_RUN;
-        if (own.link < 0 && run) {
-            why = own.pid < 0 ? begin() : again();
-            wait = own.link < 0; // for one that starts, while the board goes on
+        if (own.link == -1 && run) {
+            why = own.pid == -1 ? begin() : again();
+            wait = own.link == -1; // for one that starts, while the board goes on
             if (!wait) {
                 listen();
             }
-        } else if (own.link < 0 || plex::hostsend(own.link, request) == 0) {
+        } else if (own.link == -1 || plex::hostsend(own.link, request) == 0) {
             if (run) {
                 late = unanswered.empty() ? rightnow + patience : late;
                 unanswered.push_back(request.usrnum);
@@ -138,7 +138,7 @@ void askdaemon() {
 }
 
 Time answerdue() {
-    const bool starting = own.pid >= 0 && own.link < 0;
+    const bool starting = own.pid != -1 && own.link == -1;
     return starting ? rightnow + pause : unanswered.empty() ? Time::max() : late;
 }
 

@@ -32,7 +32,7 @@ int lock = -1;
 // Gives everything back, at any time.
 void cleanup() {
     closedaemon();
-    if (lock >= 0) {
+    if (lock != -1) {
         plex::dellck(lock, lockname);
     }
     plex::stopdaemon(demohome);
@@ -93,7 +93,7 @@ void serve(bool demo) {
     plex::bbshome();
     plex::bgnlog("harbour.log");
     lock = plex::maklck(lockname);
-    if (lock < 0) {
+    if (lock == -1) {
         plex::fail(1, "another one runs in this home");
     }
     if (access("harbour.mcv", R_OK) != 0) {

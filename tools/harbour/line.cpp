@@ -38,21 +38,21 @@ constexpr int inarow = 16;     // such reads before the others have their turn
 std::array<char, 65536> scratch;
 
 bool temporary(ssize_t n) {
-    return n < 0 && (errno == EAGAIN || errno == EINTR);
+    return n == -1 && (errno == EAGAIN || errno == EINTR);
 }
 
 // Writes, and buffers the rest. False when the other side is gone.
 bool pass(int fd, std::string &buffer, const char *bytes, size_t len) {
-    const ssize_t n = fd >= 0 && buffer.empty() ? write(fd, bytes, len) : 0;
+    const ssize_t n = fd != -1 && buffer.empty() ? write(fd, bytes, len) : 0;
     const auto put = static_cast<size_t>(std::max<ssize_t>(n, 0));
     buffer.append(bytes + put, len - put);
-    return n >= 0 || temporary(n);
+    return n != -1 || temporary(n);
 }
 
 // Writes what is buffered; as above. What is empty takes no memory.
 bool drain(int fd, std::string &buffer) {
     const ssize_t n = write(fd, buffer.data(), buffer.size());
-    const bool open = n >= 0 || temporary(n);
+    const bool open = n != -1 || temporary(n);
     buffer.erase(0, static_cast<size_t>(std::max<ssize_t>(n, 0)));
     if (buffer.empty()) {
         std::string().swap(buffer);
@@ -85,7 +85,7 @@ void command(Line &line, unsigned char code) {
         {TELNET_EOF, VEOF}, {TELNET_EC, VERASE},   {TELNET_EL, VKILL}};
     struct termios settings = {};
     for (const auto &[name, at] : keys) {
-        if (name == code && line.master.fd >= 0 && tcgetattr(line.master.fd, &settings) == 0) {
+        if (name == code && line.master.fd != -1 && tcgetattr(line.master.fd, &settings) == 0) {
             const char key = static_cast<char>(settings.c_cc[at]);
             toprogram(line, &key, 1);
         }
@@ -168,7 +168,7 @@ void masterready(int index, uint32_t events) {
 } // namespace
 
 void watch(Watch &what, uint32_t events) {
-    if (what.fd < 0 || events == what.asked) {
+    if (what.fd == -1 || events == what.asked) {
         return;
     }
     epoll_event event = {};
@@ -225,7 +225,7 @@ void openmaster(Line &line, int master) {
 
 void closemaster(Line &line) {
     watch(line.master, 0);
-    if (line.master.fd >= 0) {
+    if (line.master.fd != -1) {
         close(line.master.fd);
     }
     line.master.fd = -1;

@@ -64,7 +64,7 @@ int connectlink(const char *directory) {
     sockaddr_un addr = {};
     addr.sun_family = AF_UNIX;
     stzcpy(addr.sun_path, viewendpoint, sizeof addr.sun_path);
-    if (fd < 0 || connect(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) < 0) {
+    if (fd == -1 || connect(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) < 0) {
         switch (errno) {
         case ENOENT:
         case ECONNREFUSED:
