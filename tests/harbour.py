@@ -160,6 +160,8 @@ class Harbour(blackbox.DaemonSuite):
         operator.keys("Down", "v", "Down", shows=r"Cat(?s:.*)No such file(?s:.*)\n  V back .* line 2  Cat")
         call.send("\x1b[5;10Hl\xc3\xa4uft\x1b[1\n".encode("latin-1"))
         operator.keys(shows=r"(?s)(?=.*\^\[\[5;10Hläuft).*\n[^\n]{9}läuft")
+        call.send("and on\n")
+        operator.keys(shows=r"läuft.*\nand on─")  # where the first bytes ended
         operator.keys("m", shows=r"╔═{62}╗.*\n.*║ To line 2: {51}║.*(\n.*║ {62}║.*){3}\n.*╚═{62}╝")
         operator.keys("Tea, ~5 o'clock?", "BSpace", "!", shows="║ Tea, ~5 o'clock! +║")
         operator.keys("Enter", "v", "k", "n", "k", shows=r"Line 2: end Cat\? \(y: yes\)")

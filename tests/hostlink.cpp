@@ -89,8 +89,7 @@ TEST(Hostlink, WhatCanCome) {
     }
 }
 
-// However it is cut, the same is heard. A start without a descriptor, a failure and ends stand
-// between.
+// However it is cut, the same is heard: starts with and without a descriptor, a failure, ends.
 TEST(Hostlink, EverySplit) {
     std::string stream;
     std::set<size_t> behind; // the bytes that bring a descriptor, where the kernel cuts, too

@@ -1,6 +1,5 @@
-// The system console on a terminal of the test's own: the ring, what a program takes of the machine
-// and gives back, what is said when it refuses; the cells that the kernel lends, which a file
-// stands for. What a key stands for: keyboards.cpp. A real machine: e2e/console-pc.
+// The system console on a terminal of the test's own, and on a file for the cells that the kernel
+// lends. What a key stands for: keyboards.cpp. A real machine: e2e/console-pc.
 
 #include "libunix/console/vcsa.h"
 
