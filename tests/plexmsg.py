@@ -65,9 +65,9 @@ message 3 English/ANSI 4 "Bye"
                            (("-l", "x"), "plexmsg: show takes 2 words, not 1 (see plexmsg --help)\n2")):
             self.assertEqual(self.plexmsg("show", "s.mcv", *args), want)
         # What needs a code, and the first byte that is no longer in a list's line.
-        self.compiled("language A\nmessage\ntext A\n|\\x7F\\x80\\x1f\\n" + 50 * "x")
+        self.compiled("language A\nmessage\ntext A\n|\\x7F\\x80\\x1f\\n" + 50 * "x" + "\\n")
         self.assertEqual(self.plexmsg("list", "out"), "out: 1 languages, 1 messages\nlanguage 0 A\n"
-                         f"message 0 A 55 \"\\x7F\x80\\x1F\\n{49 * 'x'}\"...\n")
+                         f"message 0 A 56 \"\\x7F\x80\\x1F\\n{49 * 'x'}\"...\n")
         self.assertEqual(self.plexmsg("show", "out", "0"), f"\x7F\x80\x1F\n{50 * 'x'}\n")
 
     def testFallBackAlongTheChain(self):
