@@ -17,6 +17,7 @@
 #include "libunix/common/fndfil.h"
 #include "libunix/common/tiles.h"
 #include "libunix/common/tmpfil.h"
+#include "libunix/common/utf8.h"
 #include "libunix/common/wildcard.h"
 #include "libunix/console/keycode.h"
 #include "libunix/console/keys.h"

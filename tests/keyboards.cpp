@@ -3,7 +3,7 @@
 
 #include "tests/support.h" // first: the X headers define None, Bool and more
 
-#include "libunix/common/cp437.h"
+#include "libunix/common/utf8.h"
 #include "libunix/console/keys.h"
 #include "libunix/console/trm.h"
 #include "libunix/console/xdisplay.h"

@@ -21,5 +21,6 @@ symbols = {name: int(at, 16) for at, name in
            re.findall(r"(?m)^(\w+) \w ([^(\n]+)", text.replace("(anonymous namespace)::", ""))}
 strays = [name for where, names in SECTIONS.items() for name in names.split()
           if symbols.get(name) not in ranges.get(where, ())]
+strays += {"emergency_pool"} & symbols.keys()  # the C++ library's: a seventh more memory
 print("outside their sections:" if strays else "the layout holds", *strays)
 sys.exit(bool(strays))
