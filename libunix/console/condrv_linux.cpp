@@ -217,8 +217,9 @@ int32_t quemode(int32_t fd, kd_quemode *mode) {
 
 int32_t drain() {
     const auto within = [](int32_t i) { return i >= 0 && i < queue.xq_size; };
-    if (!within(queue.xq_head) || !within(queue.xq_tail)) {
-        queue.xq_head = queue.xq_tail = 0; // indices that lead nowhere: begin anew
+    // Given back, what is typed is for who comes next. Indices that lead nowhere: begin anew.
+    if (!taken || !within(queue.xq_head) || !within(queue.xq_tail)) {
+        queue.xq_head = queue.xq_tail = 0;
         return 0;
     }
     // One slot stays free, or a full queue would look empty.
