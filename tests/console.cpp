@@ -1,5 +1,4 @@
-// The shared segment and the link to a viewer. What any bytes do to the link: fuzz/viewer.cpp. How
-// viewers come and go: viewer.py.
+// The shared segment and the link to a viewer. More of the link: fuzz/viewer.cpp, viewer.py.
 
 #include "libsrc/catastro/catastro.h"
 #include "libunix/console/trm.h"

@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
-"""harbour, over real sockets. Most callers are sockets that speak as much telnet as a test needs. One whole visit is
-made with a telnet client of Debian's, and the operator sits at plexview, both on terminals that tmux keeps."""
+"""harbour, over real sockets. One visit is made with Debian's telnet, and the operator sits at plexview."""
 import contextlib
 import os
 import re
